@@ -1,0 +1,113 @@
+// kt/KTString.h - the NUL-terminated string of libkt.
+#pragma once
+
+#include <cstdarg>
+
+#include "kt/KTBuffer.h"
+#include "kt/KTTypes.h"
+#include "ktbase/refcount.h"
+
+namespace KT {
+
+/// A CBuffer holding NUL-terminated 8-bit text whose `length` counts the
+/// terminator: CString("abc").length is 4. A default-constructed string is in
+/// the empty state (data null, length 0) and compares equal to "".
+///
+///     KT::CString s = KT::CString::createWithFormat("%s:%d", host, port);
+///     if (s == "localhost:80") ...
+///
+/// Copies are deep. Codecs applied to a string add a terminator to their
+/// output; pass `source.correction()` (-1 for a string) to leave a source
+/// string's terminator out.
+class CString : public CBuffer {
+public:
+    /// The empty state: no memory.
+    CString() = default;
+    /// Copies `text` with its terminator (strlen + 1 bytes). `text` must not
+    /// be null. Throws CException "memory allocation error" if out of memory.
+    CString(const char* text);
+    CString(const CString& other);
+    CString(CString&& other) noexcept = default;
+    CString& operator=(const CString& other);
+    CString& operator=(CString&& other) noexcept = default;
+    ~CString() override;
+
+    /// Returns a new string holding the printf-style formatting of the
+    /// arguments. Throws CException "memory allocation error" or "system
+    /// library call failed" (from init()).
+    static CString createWithFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    /// Replaces the content by the formatting of the arguments. Throws as
+    /// init(); on a throw the string is left in the empty state.
+    void set(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    /// The formatter under createWithFormat() and set(): formats into a
+    /// 1024-byte stack area, or into a malloc'd block of exactly the size
+    /// needed for longer texts (which the string then adopts). Overwrites the
+    /// fields without releasing earlier memory. Throws CException "memory
+    /// allocation error" or "system library call failed".
+    void init(const char* format, va_list arguments);
+    using CBuffer::init;
+    using CBuffer::set;
+
+    /// Returns -1: the terminator counted in `length`.
+    int correction() const override;
+    /// The codecs of CBuffer, followed by a terminator that the result's
+    /// length counts (none after an empty result).
+    void encodeHex(const CBuffer& source, int adjustment) override;
+    void decodeHex(const CBuffer& source, int adjustment) override;
+    void encodeBase64(const CBuffer& source, int adjustment) override;
+    void decodeBase64(const CBuffer& source, int adjustment) override;
+
+    /// The text as a C string ("" in the empty state).
+    const char* c_str() const { return data ? reinterpret_cast<const char*>(data) : ""; }
+
+    /// strcmp() equality with `text`.
+    bool operator==(const char* text) const;
+    bool operator!=(const char* text) const;
+    using CBuffer::operator==;
+    using CBuffer::operator!=;
+
+    /// Index of the first `c` at or after `start` (the terminator included),
+    /// or -1.
+    int find(char c, int start) const;
+    /// Index of the first occurrence of `text` at or after `start`, or -1.
+    /// The search stops at the first NUL; an empty text matches at `start`.
+    int find(const char* text, int start) const;
+    /// As find(const char*, int) with the other string's text.
+    int find(const CString& text, int start) const;
+    /// Index of the last `c` at or before `start` (-1: from the last byte,
+    /// the terminator), or -1.
+    int reverseFind(char c, int start) const;
+    /// Always returns -1: backward search for a text is not supported.
+    int reverseFind(const char* text, int start) const;
+    /// Always returns -1: backward search for a text is not supported.
+    int reverseFind(const CString& text, int start) const;
+    /// Returns up to `count` characters from `start` (`count` 0: to the end)
+    /// as a new string. A start at or past the length gives "".
+    CString getSubString(int start, int count) const;
+    /// Returns a copy with A-Z mapped to a-z. Unlike other strings, the copy's
+    /// length does not count its terminator (which is present in memory).
+    CString getLowerCaseString() const;
+    /// Returns a copy with a-z mapped to A-Z; its length does not count the
+    /// terminator, as for getLowerCaseString().
+    CString getUpperCaseString() const;
+
+    /// Appends a NUL and counts it in `length`, unless the text is empty or
+    /// already ends in one. Throws like resize().
+    void addTerminator();
+
+private:
+    /// The common body of the two case copies.
+    CString getCaseString(bool upper) const;
+};
+
+/// A reference-counted CString.
+class RString : public CString, public ktbase::object_refcount {
+public:
+    RString() = default;
+    RString(const char* text) : CString(text) {}
+    /// As CString::createWithFormat().
+    static RString createWithFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    ~RString() override;
+};
+
+}  // namespace KT

@@ -1,0 +1,8 @@
+// kt/kt.h - all of libkt in one include.
+#pragma once
+
+#include "kt/KTBuffer.h"
+#include "kt/KTEndian.h"
+#include "kt/KTException.h"
+#include "kt/KTString.h"
+#include "kt/KTTypes.h"

@@ -1,0 +1,72 @@
+// ktbase/refcount.h - the core library's intrusive reference count.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <utility>
+
+namespace ktbase {
+
+/// Base of the reference-counted classes. The count starts at 0; holders take
+/// a reference with retain() and drop it with release(), and the last release
+/// deletes the object through its virtual destructor. The count is atomic, so
+/// references may be taken and dropped from several threads.
+class object_refcount {
+public:
+    object_refcount() noexcept = default;
+    /// A copy is a new object: it starts with no reference of its own.
+    object_refcount(const object_refcount&) noexcept {}
+    /// Assignment copies the object's value, never its count.
+    object_refcount& operator=(const object_refcount&) noexcept { return *this; }
+    virtual ~object_refcount() = default;
+
+    /// Adds one reference.
+    void retain() const noexcept;
+    /// Drops one reference; deletes the object when none is left.
+    void release() const noexcept;
+    /// Returns the current number of references.
+    int refcount() const noexcept;
+
+private:
+    mutable std::atomic<int> count_{0};
+};
+
+/// A handle holding one reference to a T derived from object_refcount, like
+/// an intrusive pointer: constructing from T* retains, copying retains,
+/// moving transfers, destruction and reset() release.
+template <class T>
+class ref {
+public:
+    ref() noexcept = default;
+    ref(std::nullptr_t) noexcept {}
+    /// Takes a new reference on `object` (null gives an empty handle).
+    explicit ref(T* object) noexcept : object_(object) {
+        if (object_) object_->retain();
+    }
+    ref(const ref& other) noexcept : ref(other.object_) {}
+    ref(ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    ref& operator=(ref other) noexcept {
+        std::swap(object_, other.object_);
+        return *this;
+    }
+    ~ref() { reset(); }
+
+    /// Drops the reference held, if any; the handle becomes empty.
+    void reset() noexcept {
+        if (T* old = std::exchange(object_, nullptr)) old->release();
+    }
+
+    T* get() const noexcept { return object_; }
+    T* operator->() const noexcept { return object_; }
+    T& operator*() const noexcept { return *object_; }
+    explicit operator bool() const noexcept { return object_ != nullptr; }
+    friend bool operator==(const ref& r, std::nullptr_t) noexcept { return !r.object_; }
+    friend bool operator!=(const ref& r, std::nullptr_t) noexcept { return r.object_ != nullptr; }
+    friend bool operator==(const ref& a, const ref& b) noexcept { return a.object_ == b.object_; }
+    friend bool operator!=(const ref& a, const ref& b) noexcept { return a.object_ != b.object_; }
+
+private:
+    T* object_ = nullptr;
+};
+
+}  // namespace ktbase

@@ -1,0 +1,90 @@
+#include "KTCodec.h"
+
+#include <array>
+
+namespace KT {
+namespace codec {
+
+namespace {
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+constexpr char kBase64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Digit values; 255 for every byte that is not a hex digit.
+constexpr std::array<std::uint8_t, 256> kHexValues = [] {
+    std::array<std::uint8_t, 256> table{};
+    for (auto& value : table) value = 255;
+    for (int i = 0; i < 10; ++i) table['0' + i] = std::uint8_t(i);
+    for (int i = 0; i < 6; ++i) table['A' + i] = table['a' + i] = std::uint8_t(10 + i);
+    return table;
+}();
+
+// 6-bit values; -1 for "=" and every byte outside the alphabet.
+constexpr std::array<std::int8_t, 256> kBase64Values = [] {
+    std::array<std::int8_t, 256> table{};
+    for (auto& value : table) value = -1;
+    for (int i = 0; i < 64; ++i) table[std::uint8_t(kBase64Alphabet[i])] = std::int8_t(i);
+    return table;
+}();
+
+}  // namespace
+
+void hexEncode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
+    for (std::size_t i = 0; i < n; ++i) {
+        out[2 * i] = std::uint8_t(kHexDigits[in[i] >> 4]);
+        out[2 * i + 1] = std::uint8_t(kHexDigits[in[i] & 15]);
+    }
+}
+
+void hexDecode(const std::uint8_t* in, std::size_t pairs, std::uint8_t* out) {
+    for (std::size_t i = 0; i < pairs; ++i)
+        out[i] = std::uint8_t((kHexValues[in[2 * i]] << 4) | kHexValues[in[2 * i + 1]]);
+}
+
+std::size_t base64Encode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
+    std::uint8_t* start = out;
+    std::size_t i = 0;
+    for (; i + 3 <= n; i += 3) {
+        unsigned b0 = in[i], b1 = in[i + 1], b2 = in[i + 2];
+        *out++ = std::uint8_t(kBase64Alphabet[b0 >> 2]);
+        *out++ = std::uint8_t(kBase64Alphabet[((b0 << 4) & 48) | (b1 >> 4)]);
+        *out++ = std::uint8_t(kBase64Alphabet[((b1 << 2) & 60) | (b2 >> 6)]);
+        *out++ = std::uint8_t(kBase64Alphabet[b2 & 63]);
+    }
+    if (n - i == 1) {
+        unsigned b0 = in[i];
+        *out++ = std::uint8_t(kBase64Alphabet[b0 >> 2]);
+        *out++ = std::uint8_t(kBase64Alphabet[(b0 << 4) & 48]);
+        *out++ = '=';
+        *out++ = '=';
+    } else if (n - i == 2) {
+        unsigned b0 = in[i], b1 = in[i + 1];
+        *out++ = std::uint8_t(kBase64Alphabet[b0 >> 2]);
+        *out++ = std::uint8_t(kBase64Alphabet[((b0 << 4) & 48) | (b1 >> 4)]);
+        *out++ = std::uint8_t(kBase64Alphabet[(b1 << 2) & 60]);
+        *out++ = '=';
+    }
+    return std::size_t(out - start);
+}
+
+std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
+    std::uint8_t* start = out;
+    for (std::size_t i = 0; i + 4 <= n; i += 4) {
+        int x0 = kBase64Values[in[i]], x1 = kBase64Values[in[i + 1]];
+        int x2 = kBase64Values[in[i + 2]], x3 = kBase64Values[in[i + 3]];
+        int pads = (x0 < 0) + (x1 < 0) + (x2 < 0) + (x3 < 0);
+        // A negative value takes part as its low eight bits.
+        unsigned v0 = std::uint8_t(x0), v1 = std::uint8_t(x1);
+        unsigned v2 = std::uint8_t(x2), v3 = std::uint8_t(x3);
+        *out++ = std::uint8_t((v0 << 2) | ((v1 >> 4) & 3));
+        if (pads == 2) continue;
+        *out++ = std::uint8_t(((v1 << 4) & 240) | ((v2 >> 2) & 15));
+        if (pads == 1) continue;
+        *out++ = std::uint8_t(((v2 << 6) & 192) | (v3 & 63));
+    }
+    return std::size_t(out - start);
+}
+
+}  // namespace codec
+}  // namespace KT

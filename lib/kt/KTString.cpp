@@ -1,0 +1,237 @@
+#include "kt/KTString.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "KTInternal.h"
+
+namespace KT {
+
+namespace {
+
+const char kFile[] = "lib/kt/KTString.cpp";
+const char kInitSignature[] = "void KT::CString::init(const char*, char*)";
+constexpr int kAllocationLine = 43;
+constexpr int kFormatLine = 47;
+constexpr int kScratchSize = 1024;
+
+// What a substring past the end borrows: one NUL byte, never released.
+char emptyText[1] = "";
+
+// Releases a va_list copy on every way out of the formatter.
+struct ArgumentsCopy {
+    explicit ArgumentsCopy(va_list arguments) { va_copy(list, arguments); }
+    ~ArgumentsCopy() { va_end(list); }
+    va_list list;
+};
+
+}  // namespace
+
+CString::CString(const char* text) {
+    CBuffer::set(SIntLeast32(std::strlen(text) + 1),
+                 reinterpret_cast<UInt8*>(const_cast<char*>(text)), CopyData);
+    addTerminator();
+}
+
+CString::CString(const CString& other) : CBuffer() {
+    CBuffer::init(other.length, other.data, CopyData);
+}
+
+CString& CString::operator=(const CString& other) {
+    if (this != &other) CBuffer::set(other.length, other.data, CopyData);
+    return *this;
+}
+
+CString::~CString() = default;
+
+int CString::correction() const { return -1; }
+
+void CString::init(const char* format, va_list arguments) {
+    // The second pass needs the arguments again, and a va_list can be walked
+    // only once.
+    ArgumentsCopy again(arguments);
+    char scratch[kScratchSize];
+    int written = std::vsnprintf(scratch, sizeof scratch, format, arguments);
+    if (written < 0)
+        detail::raise<CException>("KT::CException", kFormatLine, kFile, kInitSignature,
+                                  "system library call failed");
+    std::int64_t size = std::int64_t(written) + 1;
+    if (size <= kScratchSize) {
+        CBuffer::init(SIntLeast32(size), reinterpret_cast<UInt8*>(scratch), CopyData);
+        return;
+    }
+    char* block = size <= INT32_MAX ? static_cast<char*>(detail::allocate(size_t(size))) : nullptr;
+    if (!block)
+        detail::raise<CException>("KT::CException", kAllocationLine, kFile, kInitSignature,
+                                  "memory allocation error");
+    if (std::vsnprintf(block, size_t(size), format, again.list) < 1) {
+        std::free(block);
+        detail::raise<CException>("KT::CException", kFormatLine, kFile, kInitSignature,
+                                  "system library call failed");
+    }
+    // The block has exactly the size needed; the string adopts it as it is.
+    CBuffer::init(SIntLeast32(size), reinterpret_cast<UInt8*>(block), ConstructionFlags(0));
+}
+
+CString CString::createWithFormat(const char* format, ...) {
+    CString result;
+    va_list arguments;
+    va_start(arguments, format);
+    try {
+        result.init(format, arguments);
+    } catch (...) {
+        va_end(arguments);
+        throw;
+    }
+    va_end(arguments);
+    return result;
+}
+
+void CString::set(const char* format, ...) {
+    // Formatting into a new string first lets the arguments refer to this
+    // string's own text.
+    CString formatted;
+    va_list arguments;
+    va_start(arguments, format);
+    try {
+        formatted.init(format, arguments);
+    } catch (...) {
+        va_end(arguments);
+        CBuffer::free();
+        CBuffer::init(0, nullptr, ConstructionFlags(0));
+        throw;
+    }
+    va_end(arguments);
+    *this = std::move(formatted);
+}
+
+void CString::addTerminator() {
+    if (length <= 0 || data[length - 1] == 0) return;
+    reserveMore(1);
+    data[length++] = 0;
+}
+
+void CString::encodeHex(const CBuffer& source, int adjustment) {
+    CBuffer::encodeHex(source, adjustment);
+    addTerminator();
+}
+
+void CString::decodeHex(const CBuffer& source, int adjustment) {
+    CBuffer::decodeHex(source, adjustment);
+    addTerminator();
+}
+
+void CString::encodeBase64(const CBuffer& source, int adjustment) {
+    CBuffer::encodeBase64(source, adjustment);
+    addTerminator();
+}
+
+void CString::decodeBase64(const CBuffer& source, int adjustment) {
+    CBuffer::decodeBase64(source, adjustment);
+    addTerminator();
+}
+
+bool CString::operator==(const char* text) const {
+    return std::strcmp(c_str(), text ? text : "") == 0;
+}
+
+bool CString::operator!=(const char* text) const { return !(*this == text); }
+
+// ---------------------------------------------------------------- search
+
+int CString::find(char c, int start) const {
+    if (start < 0 || length <= start) return -1;
+    const void* match = std::memchr(data + start, c, size_t(length - start));
+    return match ? int(static_cast<const UInt8*>(match) - data) : -1;
+}
+
+int CString::find(const char* text, int start) const {
+    if (start < 0 || length <= start) return -1;
+    // Like strstr from `start`, but never reading past `length`, even when
+    // the text holds no NUL.
+    std::string_view rest(reinterpret_cast<const char*>(data) + start, size_t(length - start));
+    rest = rest.substr(0, rest.find('\0'));
+    std::size_t at = rest.find(text ? text : "");
+    return at == std::string_view::npos ? -1 : start + int(at);
+}
+
+int CString::find(const CString& text, int start) const { return find(text.c_str(), start); }
+
+int CString::reverseFind(char c, int start) const {
+    if (length <= start) return -1;
+    int i = start == -1 ? length - 1 : start;
+    for (; i >= 0; --i)
+        if (char(data[i]) == c) return i;
+    return -1;
+}
+
+int CString::reverseFind(const char*, int) const { return -1; }
+
+int CString::reverseFind(const CString&, int) const { return -1; }
+
+// ---------------------------------------------------------------- copies
+
+CString CString::getSubString(int start, int count) const {
+    CString result;
+    if (start < 0 || count < 0 || length <= start) {
+        result.CBuffer::init(1, reinterpret_cast<UInt8*>(emptyText), NoOwnership);
+        return result;
+    }
+    bool toEnd = count == 0 || std::int64_t(start) + count >= length;
+    SIntLeast32 n = toEnd ? length - start - 1 : count;
+    if (n == 0) return CString("");
+    // n characters and a terminator, unless the range itself ends in NUL.
+    SIntLeast32 size = data[start + n - 1] == 0 ? n : n + 1;
+    result.resize(size);
+    std::memcpy(result.data, data + start, size_t(n));
+    if (n < result.capacity) result.data[n] = 0;
+    result.length = size;
+    return result;
+}
+
+CString CString::getCaseString(bool upper) const {
+    CString result;
+    SIntLeast32 n = length - 1;
+    if (n < 0) return result;
+    // Room for the n bytes of text and the byte at index n (the terminator);
+    // the length then counts only the n bytes.
+    result.resize(n + 1);
+    for (SIntLeast32 i = n; i >= 0; --i) {
+        UInt8 c = data[i];
+        if (upper && c >= 'a' && c <= 'z') c = UInt8(c - 32);
+        if (!upper && c >= 'A' && c <= 'Z') c = UInt8(c + 32);
+        result.data[i] = c;
+    }
+    result.length = n;
+    // A source whose length did not count its terminator (a case copy) gives
+    // a copy without one inside its bytes; keep one in memory after them.
+    if (result.data[n] != 0 && n + 1 < result.capacity) result.data[n + 1] = 0;
+    return result;
+}
+
+CString CString::getLowerCaseString() const { return getCaseString(false); }
+
+CString CString::getUpperCaseString() const { return getCaseString(true); }
+
+// ---------------------------------------------------------------- RString
+
+RString RString::createWithFormat(const char* format, ...) {
+    RString result;
+    va_list arguments;
+    va_start(arguments, format);
+    try {
+        result.init(format, arguments);
+    } catch (...) {
+        va_end(arguments);
+        throw;
+    }
+    va_end(arguments);
+    return result;
+}
+
+RString::~RString() = default;
+
+}  // namespace KT
