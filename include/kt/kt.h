@@ -4,5 +4,6 @@
 #include "kt/KTBuffer.h"
 #include "kt/KTEndian.h"
 #include "kt/KTException.h"
+#include "kt/KTSocket.h"
 #include "kt/KTString.h"
 #include "kt/KTTypes.h"
