@@ -4,6 +4,7 @@
 #include "kt/KTBuffer.h"
 #include "kt/KTEndian.h"
 #include "kt/KTException.h"
+#include "kt/KTServerSocket.h"
 #include "kt/KTSocket.h"
 #include "kt/KTString.h"
 #include "kt/KTTypes.h"
