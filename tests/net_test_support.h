@@ -218,8 +218,7 @@ constexpr char kSocketFile[] = "lib/kt/KTSocket.cpp";
 constexpr char kServerFile[] = "lib/kt/KTServerSocket.cpp";
 constexpr char kRecordConstructor[] =
     "KT::RSocket::RSocket(sockaddr_in*, int, sockaddr_in*, KT::UInt8)";
-constexpr char kHostConstructor[] =
-    "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)";
+constexpr char kHostConstructor[] = "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)";
 constexpr char kBind[] = "KT::Result KT::RSocket::bind(sockaddr_in*)";
 constexpr char kListen[] = "KT::Result KT::RServerSocket::listen(int) const";
 constexpr char kAccept[] = "KT::RSocket KT::RServerSocket::accept() const";
@@ -306,10 +305,10 @@ private:
             unsigned char message[512];
             sockaddr_in from;
             socklen_t length = sizeof from;
-            ssize_t n = ::recvfrom(socket_.get(), message, sizeof message, 0, asGeneric(&from),
-                                   &length);
+            ssize_t n =
+                ::recvfrom(socket_.get(), message, sizeof message, 0, asGeneric(&from), &length);
             if (n < 12) continue;
-            message[2] |= 0x80;                                          // a response
+            message[2] |= 0x80;                                            // a response
             message[3] = static_cast<unsigned char>(0x80 | (rcode & 15));  // recursion, code
             std::memset(message + 6, 0, 6);  // no answer, authority or extra records
             ++queries_;  // before the answer, which may wake the asking thread at once
@@ -359,7 +358,8 @@ public:
         ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDOUT_FILENO);
         ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
         std::vector<char*> argv;
-        for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
         argv.push_back(nullptr);
         std::vector<std::string> environment = withoutProxies();
         std::vector<char*> envp;

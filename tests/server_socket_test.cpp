@@ -131,23 +131,19 @@ TEST_F(RServerSocketTest, FailedConstructionThrowsTheSystemMessageAndClosesTheDe
         const int open = kttest::openDescriptors();
         kttest::expectThrow<KT::CNetworkException>(
             [&] { row.construct(taken, noRecord); },
-            {"CNetworkException", kSocketFile, kBindLine, kBind,
-             std::strerror(row.error)});
+            {"CNetworkException", kSocketFile, kBindLine, kBind, std::strerror(row.error)});
         EXPECT_EQ(kttest::openDescriptors(), open);
     }
     kttest::expectThrow<KT::CNetworkException>(
         [] { KT::RServerSocket server(KT::UInt16(0), 12345, 0); },
-        {"CNetworkException", kSocketFile, kSocketLine,
-         kRecordConstructor,
-         std::strerror(EINVAL)});
+        {"CNetworkException", kSocketFile, kSocketLine, kRecordConstructor, std::strerror(EINVAL)});
 }
 
 TEST_F(RServerSocketTest, ListenFailureThrowsTheSystemMessage) {
     KT::RServerSocket datagrams("127.0.0.1", 0, SOCK_DGRAM, 0);
     kttest::expectThrow<KT::CNetworkException>(
         [&] { datagrams.listen(1); },
-        {"CNetworkException", kServerFile, kListenLine,
-         kListen, std::strerror(EOPNOTSUPP)});
+        {"CNetworkException", kServerFile, kListenLine, kListen, std::strerror(EOPNOTSUPP)});
 }
 
 TEST_F(RServerSocketTest, BacklogGoesToTheSystemUnchanged) {
@@ -165,8 +161,7 @@ TEST_F(RServerSocketTest, AcceptWithoutListeningThrowsTheSystemMessage) {
     KT::RServerSocket server("127.0.0.1", 0, SOCK_STREAM, 0);
     kttest::expectThrow<KT::CNetworkException>(
         [&] { server.accept(); },
-        {"CNetworkException", kServerFile, kAcceptLine, kAccept,
-         std::strerror(EINVAL)});
+        {"CNetworkException", kServerFile, kAcceptLine, kAccept, std::strerror(EINVAL)});
 }
 
 TEST_F(RServerSocketTest, AcceptAfterCloseReturnsASocketWithoutDescriptor) {
@@ -219,8 +214,7 @@ TEST_F(RServerSocketTest, SignalInterruptsAcceptAndTheNextAcceptWorks) {
     ASSERT_TRUE(thrown);
     kttest::expectThrow<KT::CInterruptedException>(
         [&] { std::rethrow_exception(thrown); },
-        {"CInterruptedException", kServerFile, kInterruptedLine, kAccept,
-         "Got Interrupted"});
+        {"CInterruptedException", kServerFile, kInterruptedLine, kAccept, "Got Interrupted"});
 
     Fd client = kttest::rawConnect(server.address());
     KT::RSocket next = server.socket.accept();
@@ -257,11 +251,11 @@ TEST_F(RServerSocketTest, SeveralThreadsAcceptOnOneServer) {
 TEST_F(RServerSocketTest, ServesAResponseToCurl) {
     if (!kttest::onPath("curl")) GTEST_SKIP() << "curl is not installed";
     Server server;
-    const std::string url = "http://127.0.0.1:" +
-                            std::to_string(kttest::localPort(server.socket.descriptor)) +
-                            "/greeting";
-    kttest::Child curl({"curl", "--silent", "--show-error", "--noproxy", "*", "--max-time", "5",
-                        url});
+    const std::string url =
+        "http://127.0.0.1:" + std::to_string(kttest::localPort(server.socket.descriptor)) +
+        "/greeting";
+    kttest::Child curl(
+        {"curl", "--silent", "--show-error", "--noproxy", "*", "--max-time", "5", url});
     ASSERT_TRUE(curl.started());
 
     KT::RSocket accepted = server.socket.accept();

@@ -144,8 +144,7 @@ TEST_F(RSocketTest, UnresolvedNameThrowsTheResolverMessageAndOpensNothing) {
         int open = kttest::openDescriptors();
         kttest::expectThrow<KT::CNetworkException>(
             [] { KT::RSocket socket("nothing.invalid", 80, SOCK_STREAM, 0); },
-            {"CNetworkException", kSocketFile, kResolveLine,
-             kHostConstructor, row.message});
+            {"CNetworkException", kSocketFile, kResolveLine, kHostConstructor, row.message});
         EXPECT_EQ(kttest::openDescriptors(), open);
         EXPECT_GE(resolver.queries(), 1);
     }
@@ -193,9 +192,7 @@ TEST_F(RSocketTest, FailingSocketCallThrowsOnlyFromTheAddressRecordConstructor) 
     const int noSuchType = 12345;
     kttest::expectThrow<KT::CNetworkException>(
         [] { KT::RSocket socket(nullptr, noSuchType, nullptr, 0); },
-        {"CNetworkException", kSocketFile, kSocketLine,
-         kRecordConstructor,
-         std::strerror(EINVAL)});
+        {"CNetworkException", kSocketFile, kSocketLine, kRecordConstructor, std::strerror(EINVAL)});
     KT::RSocket named("127.0.0.1", 80, noSuchType, KT::RSocket::CloseOnExec);
     EXPECT_EQ(named.descriptor, -1);
 }
@@ -417,8 +414,7 @@ TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
     KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
     kttest::expectThrow<KT::CNetworkException>(
         [&] { socket.bind(&taken); },
-        {"CNetworkException", kSocketFile, kBindLine, kBind,
-         std::strerror(EADDRINUSE)});
+        {"CNetworkException", kSocketFile, kBindLine, kBind, std::strerror(EADDRINUSE)});
     EXPECT_TRUE(sameRecord(socket.localAddress, taken));
 }
 
