@@ -222,12 +222,12 @@ constexpr char kHostConstructor[] = "KT::RSocket::RSocket(const char*, KT::UInt1
 constexpr char kBind[] = "KT::Result KT::RSocket::bind(sockaddr_in*)";
 constexpr char kListen[] = "KT::Result KT::RServerSocket::listen(int) const";
 constexpr char kAccept[] = "KT::RSocket KT::RServerSocket::accept() const";
-constexpr int kBindLine = 101;
-constexpr int kSocketLine = 130;
-constexpr int kResolveLine = 152;
-constexpr int kListenLine = 57;
-constexpr int kInterruptedLine = 76;
-constexpr int kAcceptLine = 79;
+constexpr int kBindLine = 102;
+constexpr int kSocketLine = 131;
+constexpr int kResolveLine = 153;
+constexpr int kListenLine = 58;
+constexpr int kInterruptedLine = 77;
+constexpr int kAcceptLine = 80;
 }  // namespace sites
 
 /// What a thrown exception must hold, field by field.

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "KTSocketInternal.h"
@@ -169,6 +170,39 @@ TEST(ResolverMessageTest, NamesEveryResolverError) {
     for (const Row& row : rows) EXPECT_STREQ(KT::detail::resolverMessage(row.error), row.message);
     // Success with no host record is let through: the address stays INADDR_NONE.
     EXPECT_EQ(KT::detail::resolverMessage(NETDB_SUCCESS), nullptr);
+}
+
+// The sources name the lines their exceptions report in constants; this keeps
+// those constants on the throws they stand for as the files change.
+TEST(ThrowSiteTest, ReportedLinesAreTheLinesOfTheThrows) {
+    const std::string tests = __FILE__;
+    const std::string root = tests.substr(0, tests.rfind("/tests/"));
+    struct Row {
+        const char* file;
+        int line;
+        const char* constant;
+    };
+    const Row rows[] = {
+        {kSocketFile, kSocketLine, "kSocketLine"},
+        {kSocketFile, kResolveLine, "kResolveLine"},
+        {kSocketFile, kBindLine, "kBindLine"},
+        {kServerFile, kListenLine, "kListenLine"},
+        {kServerFile, kInterruptedLine, "kInterruptedLine"},
+        {kServerFile, kAcceptLine, "kAcceptLine"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.constant);
+        std::ifstream source(root + "/" + row.file);
+        ASSERT_TRUE(source) << root << "/" << row.file;
+        std::string line, call;
+        for (int n = 1; n <= row.line && std::getline(source, line); ++n) {
+        }
+        EXPECT_NE(line.find("raise<"), std::string::npos) << line;
+        // The call runs on until its semicolon; the constant is one of its arguments.
+        for (call = line; call.find(';') == std::string::npos && std::getline(source, line);)
+            call += line;
+        EXPECT_NE(call.find(row.constant), std::string::npos) << call;
+    }
 }
 
 TEST_F(RSocketTest, AddressRecordConstructorKeepsTheGivenRecords) {

@@ -92,7 +92,8 @@ public:
     /// `length` < 1, or -1 on any error (bytes already read are then in
     /// `buffer` but not counted). No retry on EINTR or EAGAIN.
     int read(char* buffer, int length) const;
-    /// One read() of up to `length` bytes: returns its result as it is.
+    /// One read() of up to `length` bytes (a negative length reads 0): returns
+    /// its result as it is.
     int read2(char* buffer, int length) const;
     /// Writes all `length` bytes. Returns `length`, fewer if the system
     /// accepts no more (a write of 0), 0 when `length` < 1, or -1 on error.

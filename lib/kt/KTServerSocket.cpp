@@ -17,10 +17,11 @@ namespace {
 const char kFile[] = "lib/kt/KTServerSocket.cpp";
 const char kAcceptSignature[] = "KT::RSocket KT::RServerSocket::accept() const";
 
-// The lines these throw sites report: the lines of the throws below.
-constexpr int kListenLine = 57;
-constexpr int kInterruptedLine = 76;
-constexpr int kAcceptLine = 79;
+// The lines these throw sites report: where the throws stand in this file
+// (keep them in step when it changes).
+constexpr int kListenLine = 58;
+constexpr int kInterruptedLine = 77;
+constexpr int kAcceptLine = 80;
 
 }  // namespace
 

@@ -22,10 +22,11 @@ namespace {
 const char kFile[] = "lib/kt/KTSocket.cpp";
 const char kType[] = "CNetworkException";
 
-// The lines these throw sites report: the lines of the throws below.
-constexpr int kSocketLine = 130;
-constexpr int kResolveLine = 152;
-constexpr int kBindLine = 101;
+// The lines these throw sites report: where the throws stand in this file
+// (keep them in step when it changes).
+constexpr int kSocketLine = 131;
+constexpr int kResolveLine = 153;
+constexpr int kBindLine = 102;
 
 // Records always travel with the size of the IPv4 record.
 constexpr socklen_t kRecordSize = sizeof(sockaddr_in);
@@ -233,7 +234,10 @@ int RSocket::read(char* buffer, int length) const {
 }
 
 int RSocket::read2(char* buffer, int length) const {
-    return static_cast<int>(::read(descriptor, buffer, static_cast<size_t>(length)));
+    // A negative length goes to the system as 0: as a size it would let the
+    // system write far past the caller's buffer.
+    return static_cast<int>(
+        ::read(descriptor, buffer, static_cast<size_t>(length < 0 ? 0 : length)));
 }
 
 int RSocket::write(const char* buffer, int length) const {
