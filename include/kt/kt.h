@@ -6,3 +6,4 @@
 #include "kt/KTException.h"
 #include "kt/KTString.h"
 #include "kt/KTTypes.h"
+#include "kt/url.h"
