@@ -8,3 +8,4 @@
 #include "kt/KTSocket.h"
 #include "kt/KTString.h"
 #include "kt/KTTypes.h"
+#include "kt/url.h"
