@@ -7,5 +7,6 @@
 #include "kt/KTServerSocket.h"
 #include "kt/KTSocket.h"
 #include "kt/KTString.h"
+#include "kt/KTURI.h"
 #include "kt/KTTypes.h"
 #include "kt/url.h"
