@@ -102,6 +102,19 @@ inline sockaddr_in loopback(std::uint16_t port) {
     return record;
 }
 
+/// What the sockets store for an address the caller did not give: all zero
+/// but the address, INADDR_NONE.
+inline sockaddr_in emptyRecord() {
+    sockaddr_in record;
+    std::memset(&record, 0, sizeof record);
+    record.sin_addr.s_addr = INADDR_NONE;
+    return record;
+}
+
+inline bool sameRecord(const sockaddr_in& a, const sockaddr_in& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
 /// The local port of a bound socket.
 inline std::uint16_t localPort(int fd) {
     sockaddr_in record;

@@ -38,20 +38,13 @@ struct Server {
     KT::RServerSocket socket;
 };
 
-bool isEmptyRecord(const sockaddr_in& record) {
-    sockaddr_in empty;
-    std::memset(&empty, 0, sizeof empty);
-    empty.sin_addr.s_addr = INADDR_NONE;
-    return std::memcmp(&record, &empty, sizeof record) == 0;
-}
-
 TEST_F(RServerSocketTest, PortFormListensOnEveryInterface) {
     KT::RServerSocket server(KT::UInt16(0), SOCK_STREAM, KT::RSocket::CloseOnExec);
     EXPECT_STREQ(server.getLocalAddress(), "0.0.0.0");
     EXPECT_NE(kttest::localPort(server.descriptor), 0);
     EXPECT_EQ(server.localAddress.sin_family, AF_INET);
     EXPECT_EQ(server.localAddress.sin_addr.s_addr, htonl(INADDR_ANY));
-    EXPECT_TRUE(isEmptyRecord(server.remoteAddress));
+    EXPECT_TRUE(kttest::sameRecord(server.remoteAddress, kttest::emptyRecord()));
     EXPECT_TRUE(kttest::closeOnExec(server.descriptor));
     EXPECT_EQ(server.listen(4), 0);
     Fd client = kttest::rawConnect(loopback(kttest::localPort(server.descriptor)));
@@ -76,7 +69,7 @@ TEST_F(RServerSocketTest, AcceptedSocketDescribesBothEndsAndMovesBytes) {
     EXPECT_STREQ(accepted.getRemoteAddress(), "127.0.0.1");
     EXPECT_EQ(accepted.getRemotePort(), kttest::localPort(client.get()));
     EXPECT_STREQ(accepted.getLocalAddress(), "127.0.0.1");
-    EXPECT_TRUE(isEmptyRecord(accepted.localAddress));
+    EXPECT_TRUE(kttest::sameRecord(accepted.localAddress, kttest::emptyRecord()));
     EXPECT_EQ(accepted.socketType, SOCK_STREAM);
     EXPECT_EQ(accepted.flags, KT::RSocket::CloseOnExec);
     EXPECT_TRUE(kttest::closeOnExec(accepted.descriptor));

@@ -19,26 +19,17 @@
 
 namespace {
 
+using kttest::emptyRecord;
 using kttest::Fd;
 using kttest::loopback;
 using kttest::RawListener;
 using kttest::readRaw;
+using kttest::sameRecord;
 using kttest::writeRaw;
 
 using namespace kttest::sites;
 
 class RSocketTest : public kttest::NoLeakTest {};
-
-sockaddr_in emptyRecord() {
-    sockaddr_in record;
-    std::memset(&record, 0, sizeof record);
-    record.sin_addr.s_addr = INADDR_NONE;
-    return record;
-}
-
-bool sameRecord(const sockaddr_in& a, const sockaddr_in& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
 
 ino_t inodeOf(int fd) {
     struct stat status;
