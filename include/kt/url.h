@@ -15,11 +15,11 @@
 // - the scheme runs up to the first ":" that comes before any "/" and before
 //   the first "#" ("host:80/x" has the scheme "host"; "/a:b" has none);
 // - an authority exists only when "//" follows the scheme (or starts the
-//   text). It ends at its first "/", or, when that is preceded by an "@", at
-//   the first "/", ";" or "?" after the "@", or, with neither "@" nor "/", at
-//   the first ";" or "?". So "s://h?x=/y" has the authority "h?x=" and the path
-//   "/y"; and when that end lies in the fragment the authority is empty
-//   ("s://host#a/b" has the path "host");
+//   text). It ends at its first "/"; but when an "@" comes first, at the
+//   first "/", ";" or "?" after the "@"; and with neither "@" nor "/", at the
+//   first ";" or "?" (or at the fragment or the end). So "s://h?x=/y" has the
+//   authority "h?x=" and the path "/y"; and when that end lies in the
+//   fragment the authority is empty ("s://host#a/b" has the path "host");
 // - the userinfo runs up to the authority's first "@"; within it the domain
 //   runs up to the first ";" and the password follows the first ":"; the
 //   service follows the first ":" of the host-and-port (no "[::1]" form);
