@@ -32,7 +32,8 @@ const std::vector<std::string>& corpus() {
         std::vector<std::string> list;
         for (std::size_t i = 0; i < 100; ++i) {
             std::string url = std::string(schemes[i % 6]) + "://";
-            if (url != "file://") url += std::string(userinfos[i % 6]) + hosts[i % 5] + ports[i % 6];
+            if (url != "file://")
+                url += std::string(userinfos[i % 6]) + hosts[i % 5] + ports[i % 6];
             url += std::string(paths[i % 7]) + params[i % 5] + queries[i % 5] + fragments[i % 6];
             list.push_back(url);
         }

@@ -15,11 +15,11 @@
 // - the scheme runs up to the first ":" that comes before any "/" and before
 //   the first "#" ("host:80/x" has the scheme "host"; "/a:b" has none);
 // - an authority exists only when "//" follows the scheme (or starts the
-//   text). It ends at its first "/", or, when that is preceded by an "@", at
-//   the first "/", ";" or "?" after the "@", or, with neither "@" nor "/", at
-//   the first ";" or "?". So "s://h?x=/y" has the authority "h?x=" and the path
-//   "/y"; and when that end lies in the fragment the authority is empty
-//   ("s://host#a/b" has the path "host");
+//   text). It ends at its first "/"; but when an "@" comes first, at the
+//   first "/", ";" or "?" after the "@"; and with neither "@" nor "/", at the
+//   first ";" or "?" (or at the fragment or the end). So "s://h?x=/y" has the
+//   authority "h?x=" and the path "/y"; and when that end lies in the
+//   fragment the authority is empty ("s://host#a/b" has the path "host");
 // - the userinfo runs up to the authority's first "@"; within it the domain
 //   runs up to the first ";" and the password follows the first ":"; the
 //   service follows the first ":" of the host-and-port (no "[::1]" form);
@@ -226,5 +226,187 @@ std::map<std::string, std::string> url_params_kvmap(const std::string& url, bool
 std::map<std::string, std::string> url_fragment_kvmap(const std::string& url, bool decode,
                                                       char pair_separator,
                                                       char key_value_separator);
+
+// ---------------------------------------------------------------------------
+// Replacing a component. Each url_set_X changes `url` in place and returns
+// it; each url_new_X returns a changed copy and leaves `url` alone. Only the
+// bytes of the component and of the delimiters it needs change: a missing
+// component is inserted with its delimiters, and an empty `value` removes the
+// component together with them. With `encode` true the value is first
+// percent-encoded by url_encode(), every "/" escaped except in a path (where
+// only repeated slashes are); with it false the value goes in as it is,
+// delimiters and all.
+
+/// Replaces the scheme (RFC 3986 section 3.1), adding its ":" when missing;
+/// "" removes it with its ":".
+///
+///     url_set_scheme(u = "//h/p", "http", false);  // u == "http://h/p"
+///
+/// Throws nothing.
+std::string& url_set_scheme(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_scheme(). Throws nothing.
+std::string url_new_scheme(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the authority (RFC 3986 section 3.2), adding its "//" when missing
+/// and a "/" in front of text after it that would otherwise join it; ""
+/// removes it with its "//".
+///
+///     url_set_authority(u = "s:path", "host", false);  // u == "s://host/path"
+///
+/// Throws nothing.
+std::string& url_set_authority(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_authority(). Throws nothing.
+std::string url_new_authority(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the path (RFC 3986 section 3.3), adding a leading "/" after an
+/// authority when the value has none; "" removes the path alone.
+///
+///     url_set_path(u = "s://h?q", "a b", true);  // u == "s://h/a%20b?q"
+///
+/// Throws nothing.
+std::string& url_set_path(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_path(). Throws nothing.
+std::string url_new_path(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the params, adding their ";" at the end of the path when
+/// missing; "" removes them with their ";".
+///
+///     url_set_params(u = "s://h/x?q", "a=1", false);  // u == "s://h/x;a=1?q"
+///
+/// Throws nothing.
+std::string& url_set_params(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_params(). Throws nothing.
+std::string url_new_params(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the query (RFC 3986 section 3.4), adding its "?" in front of the
+/// fragment or at the end when missing; "" removes it with its "?".
+///
+///     url_set_query(u = "s://h/p#f", "a=1", false);  // u == "s://h/p?a=1#f"
+///
+/// Throws nothing.
+std::string& url_set_query(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_query(). Throws nothing.
+std::string url_new_query(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the fragment (RFC 3986 section 3.5), adding its "#" at the end
+/// when missing; "" removes it with its "#".
+///
+///     url_set_fragment(u = "s://h/p", "top", false);  // u == "s://h/p#top"
+///
+/// Throws nothing.
+std::string& url_set_fragment(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_fragment(). Throws nothing.
+std::string url_new_fragment(const std::string& url, const std::string& value, bool encode);
+
+// The map forms write the map's pairs in ascending key order, joined by the
+// separators: a key with an empty value is written alone ("k"), an empty key
+// with a value as "=v", and an empty key with an empty value not at all, so
+// an empty map removes the component. With `encode` true each key and value
+// is encoded with every "/" escaped. The text is then set as by the text
+// forms without encoding it again, except by url_set_params(), which encodes
+// the joined text once more as a whole, separators included ({a: 1} gives
+// "a%3d1"); url_new_params() does not.
+
+/// Replaces the params by the pairs of `map`, then encodes the whole params
+/// text (see above).
+///
+///     url_set_params(u = "s://h/p", {{"a", "1"}}, false, '&', '=');  // u == "s://h/p;a%3d1"
+///
+/// Throws nothing.
+std::string& url_set_params(std::string& url, const std::map<std::string, std::string>& map,
+                            bool encode, char pair_separator, char key_value_separator);
+/// Returns a copy of `url` whose params are the pairs of `map`, not encoded
+/// again as a whole (unlike url_set_params()).
+///
+///     url_new_params("s://h/p", {{"a", "1"}}, false, '&', '=') == "s://h/p;a=1"
+///
+/// Throws nothing.
+std::string url_new_params(const std::string& url, const std::map<std::string, std::string>& map,
+                           bool encode, char pair_separator, char key_value_separator);
+
+/// Replaces the query by the pairs of `map`.
+///
+///     url_set_query(u = "s://h/p", {{"a", "1"}, {"b", "x y"}}, true, '&', '=');
+///     // u == "s://h/p?a=1&b=x%20y"
+///
+/// Throws nothing.
+std::string& url_set_query(std::string& url, const std::map<std::string, std::string>& map,
+                           bool encode, char pair_separator, char key_value_separator);
+/// Returns a copy of `url` changed by url_set_query() with a map. Throws nothing.
+std::string url_new_query(const std::string& url, const std::map<std::string, std::string>& map,
+                          bool encode, char pair_separator, char key_value_separator);
+
+/// Replaces the fragment by the pairs of `map`.
+///
+///     url_set_fragment(u = "s://h/p", {{"t", "10"}}, false, '&', '=');  // u == "s://h/p#t=10"
+///
+/// Throws nothing.
+std::string& url_set_fragment(std::string& url, const std::map<std::string, std::string>& map,
+                              bool encode, char pair_separator, char key_value_separator);
+/// Returns a copy of `url` changed by url_set_fragment() with a map. Throws nothing.
+std::string url_new_fragment(const std::string& url,
+                             const std::map<std::string, std::string>& map, bool encode,
+                             char pair_separator, char key_value_separator);
+
+// ---------------------------------------------------------------------------
+// Replacing a part of the authority (RFC 3986 section 3.2). Each adds exactly
+// the delimiters its part needs ("//" in front of a new authority, "@" after
+// a userinfo, ":" before a service or a password, ";" after a domain) and
+// takes them away again when set to "". With `encode` true the value is
+// first encoded with every "/" (and every "@", ":", ";") escaped.
+//
+// Two results may surprise: removing the only part of a userinfo can leave a
+// bare "@" (":pw@h" without its password is "@h"), and setting any part to ""
+// on an empty authority ("s:///p") removes the "//" ("s:/p").
+
+/// Replaces the host (RFC 3986 section 3.2.2); "" removes it, and a bare host
+/// goes with its "//".
+///
+///     url_set_host(u = "s:/p", "h", false);  // u == "s://h/p"
+///
+/// Throws nothing.
+std::string& url_set_host(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_host(). Throws nothing.
+std::string url_new_host(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the service, the port (RFC 3986 section 3.2.3), adding its ":"
+/// when missing; "" removes it with its ":".
+///
+///     url_set_service(u = "s://h/p", "80", false);  // u == "s://h:80/p"
+///
+/// Throws nothing.
+std::string& url_set_service(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_service(). Throws nothing.
+std::string url_new_service(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the domain in front of the user, adding its ";" (and an "@"
+/// when there was no userinfo) when missing; "" removes it with its ";".
+///
+///     url_set_domain(u = "s://u@h/p", "d", false);  // u == "s://d;u@h/p"
+///
+/// Throws nothing.
+std::string& url_set_domain(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_domain(). Throws nothing.
+std::string url_new_domain(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the user (RFC 3986 section 3.2.1), adding the userinfo's "@" when
+/// missing; "" removes it, with the "@" when the userinfo held nothing else.
+///
+///     url_set_user(u = "s://h/p", "a b@c", true);  // u == "s://a%20b%40c@h/p"
+///
+/// Throws nothing.
+std::string& url_set_user(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_user(). Throws nothing.
+std::string url_new_user(const std::string& url, const std::string& value, bool encode);
+
+/// Replaces the password (RFC 3986 section 3.2.1), adding its ":" and the
+/// userinfo's "@" when missing; "" removes it with its ":" (the "@" stays).
+///
+///     url_set_password(u = "s://u@h/p", "sec", false);  // u == "s://u:sec@h/p"
+///
+/// Throws nothing.
+std::string& url_set_password(std::string& url, const std::string& value, bool encode);
+/// Returns a copy of `url` changed by url_set_password(). Throws nothing.
+std::string url_new_password(const std::string& url, const std::string& value, bool encode);
 
 }  // namespace ktbase

@@ -27,10 +27,9 @@ std::size_t find_any(const std::string& text, std::size_t from, const char* set)
     return best == text.size() ? npos : best;
 }
 
-// A found position counts only when it lies before the scan state's end.
-inline bool found_before(std::size_t position, std::size_t end) {
-    return position != npos && position < end;
-}
+// A found position counts only when it lies before the scan state's end
+// (npos, "not found", never does).
+inline bool found_before(std::size_t position, std::size_t end) { return position < end; }
 
 // Cuts off the component that follows the first `delimiter` in the state:
 // the state ends at the delimiter; without one the component is empty, at
@@ -158,8 +157,8 @@ void kvmap_split(std::map<std::string, std::string>& map, const std::string& tex
                  char pair_separator, char key_value_separator) {
     const std::size_t n = text.size();
     if (n == 0) return;
-    // As a C string: a zero key/value separator ends the set at once (no
-    // pair has a value), a zero pair separator leaves it out.
+    // As a C string: a zero key/value separator empties the set (the whole
+    // text is one key), a zero pair separator leaves only the other in it.
     const char separators[] = {key_value_separator, pair_separator, '\0'};
     std::size_t start = 0;
     for (;;) {
