@@ -23,6 +23,12 @@ test::ProcessResult shell(const std::string& command, const std::string& input =
     return test::runProcess({"/bin/sh", "-c", command}, input);
 }
 
+std::string joined(const std::vector<std::string>& args) {
+    std::string line;
+    for (const std::string& arg : args) line += (line.empty() ? "" : " ") + arg;
+    return line;
+}
+
 std::string randomBytes(std::size_t size, unsigned seed) {
     std::mt19937 generator(seed);
     std::string bytes(size, '\0');
@@ -68,7 +74,7 @@ TEST(ToolTest, CommandLineErrorsAndHelp) {
          "kt hex: cannot open '/nonexistent/file': No such file or directory\n"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.args[0] + (row.args.size() > 1 ? " " + row.args[1] : ""));
+        SCOPED_TRACE(joined(row.args));
         test::ProcessResult result = kt(row.args);
         EXPECT_EQ(result.status, row.status);
         EXPECT_EQ(result.out.substr(0, row.outStart.size()), row.outStart);
@@ -144,7 +150,7 @@ TEST(ToolTest, UrlCommands) {
         {{"url", "decode"}, "a%20b+%00\n", "a b+%00\n"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.args[1] + " " + row.args[2]);
+        SCOPED_TRACE(joined(row.args));
         test::ProcessResult result = kt(row.args, row.input);
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.out, row.out);
