@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "KTCodec.h"
 #include "kt/KTBuffer.h"
 
 #ifdef KT_HAVE_OPENSSL
@@ -91,6 +92,23 @@ void BM_HexEncode_Kt(benchmark::State& state) {
 void BM_HexDecode_Kt(benchmark::State& state) {
     runKt(state, hexOf(state.range(0)), &KT::CBuffer::decodeHex);
 }
+
+// libkt restricted to its plain kernels: the gain of the vector ones.
+void withPlainKernels(benchmark::State& state, void (*run)(benchmark::State&)) {
+    KT::codec::Kernel kernel = KT::codec::activeKernel();
+    KT::codec::selectKernel(KT::codec::Kernel::Scalar);
+    run(state);
+    KT::codec::selectKernel(kernel);
+}
+
+void BM_Base64Encode_KtPlain(benchmark::State& state) {
+    withPlainKernels(state, BM_Base64Encode_Kt);
+}
+void BM_Base64Decode_KtPlain(benchmark::State& state) {
+    withPlainKernels(state, BM_Base64Decode_Kt);
+}
+void BM_HexEncode_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_HexEncode_Kt); }
+void BM_HexDecode_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_HexDecode_Kt); }
 
 // Runs `step(input, output)` with `output` a string sized once for the
 // largest result, for the peers that write through a pointer or iterator.
@@ -185,6 +203,10 @@ BENCHMARK(BM_Base64Encode_Kt)->Apply(sizes);
 BENCHMARK(BM_Base64Decode_Kt)->Apply(sizes);
 BENCHMARK(BM_HexEncode_Kt)->Apply(sizes);
 BENCHMARK(BM_HexDecode_Kt)->Apply(sizes);
+BENCHMARK(BM_Base64Encode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_Base64Decode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_HexEncode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_HexDecode_KtPlain)->Apply(sizes);
 #ifdef KT_HAVE_OPENSSL
 BENCHMARK(BM_Base64Encode_OpenSSL)->Apply(sizes);
 BENCHMARK(BM_Base64Decode_OpenSSL)->Apply(sizes);
