@@ -31,8 +31,6 @@ constexpr std::array<std::int8_t, 256> kBase64Values = [] {
     return table;
 }();
 
-}  // namespace
-
 // ---------------------------------------------------------------- scalar
 
 namespace scalar {
@@ -94,25 +92,20 @@ std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* ou
 }
 
 }  // namespace scalar
+}  // namespace
+
+const KernelSet kScalarKernels = {Kernel::Scalar, scalar::hexEncode, scalar::hexDecode,
+                                  scalar::base64Encode, scalar::base64Decode};
 
 // ---------------------------------------------------------------- dispatch
 
 namespace {
 
-struct KernelSet {
-    Kernel kernel;
-    void (*hexEncode)(const std::uint8_t*, std::size_t, std::uint8_t*);
-    void (*hexDecode)(const std::uint8_t*, std::size_t, std::uint8_t*);
-    std::size_t (*base64Encode)(const std::uint8_t*, std::size_t, std::uint8_t*);
-    std::size_t (*base64Decode)(const std::uint8_t*, std::size_t, std::uint8_t*);
-};
-
 // The sets this build has, slowest first.
-constexpr KernelSet kSets[] = {
-    {Kernel::Scalar, scalar::hexEncode, scalar::hexDecode, scalar::base64Encode,
-     scalar::base64Decode},
+const KernelSet* const kSets[] = {
+    &kScalarKernels,
 #ifdef KT_CODEC_X86
-    {Kernel::Avx2, avx2::hexEncode, avx2::hexDecode, avx2::base64Encode, avx2::base64Decode},
+    &kAvx2Kernels,
 #endif
 };
 
@@ -130,9 +123,9 @@ bool cpuRuns(Kernel kernel) {
 std::atomic<const KernelSet*> gActive{nullptr};
 
 const KernelSet& fastest() {
-    const KernelSet* set = &kSets[0];
-    for (const KernelSet& candidate : kSets)
-        if (cpuRuns(candidate.kernel)) set = &candidate;
+    const KernelSet* set = kSets[0];
+    for (const KernelSet* candidate : kSets)
+        if (cpuRuns(candidate->kernel)) set = candidate;
     gActive.store(set, std::memory_order_relaxed);
     return *set;
 }
@@ -161,9 +154,9 @@ std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* ou
 }
 
 bool selectKernel(Kernel kernel) {
-    for (const KernelSet& set : kSets) {
-        if (set.kernel == kernel && cpuRuns(kernel)) {
-            gActive.store(&set, std::memory_order_relaxed);
+    for (const KernelSet* set : kSets) {
+        if (set->kernel == kernel && cpuRuns(kernel)) {
+            gActive.store(set, std::memory_order_relaxed);
             return true;
         }
     }

@@ -11,9 +11,9 @@
 
 namespace KT {
 namespace codec {
-namespace avx2 {
 
 namespace {
+namespace avx2 {
 
 KT_AVX2 inline __m256i load(const std::uint8_t* p) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
@@ -57,8 +57,6 @@ KT_AVX2 inline bool hexValues(const std::uint8_t* in, __m256i& first, __m256i& s
     return _mm256_movemask_epi8(_mm256_and_si256(valid0, valid1)) == -1;
 }
 
-}  // namespace
-
 KT_AVX2 void hexEncode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
     const __m256i digits = table(kHexDigits);
     std::size_t i = 0;
@@ -73,7 +71,7 @@ KT_AVX2 void hexEncode(const std::uint8_t* in, std::size_t n, std::uint8_t* out)
         store(out + 2 * i, _mm256_unpacklo_epi8(high, low));
         store(out + 2 * i + 32, _mm256_unpackhi_epi8(high, low));
     }
-    scalar::hexEncode(in + i, n - i, out + 2 * i);
+    kScalarKernels.hexEncode(in + i, n - i, out + 2 * i);
 }
 
 KT_AVX2 void hexDecode(const std::uint8_t* in, std::size_t pairs, std::uint8_t* out) {
@@ -91,16 +89,14 @@ KT_AVX2 void hexDecode(const std::uint8_t* in, std::size_t pairs, std::uint8_t* 
             store(out + i, _mm256_permute4x64_epi64(packed, 0xD8));
         }
         if (i + 32 <= pairs) {
-            scalar::hexDecode(in + 2 * i, 32, out + i);
+            kScalarKernels.hexDecode(in + 2 * i, 32, out + i);
             i += 32;
         }
     }
-    scalar::hexDecode(in + 2 * i, pairs - i, out + i);
+    kScalarKernels.hexDecode(in + 2 * i, pairs - i, out + i);
 }
 
 // ---------------------------------------------------------------- Base64
-
-namespace {
 
 // The alphabet characters for 32 six-bit values. The values fall into
 // runs whose characters differ from them by one offset each: A-Z, a-z, each
@@ -141,8 +137,6 @@ KT_AVX2 inline bool base64Values(__m256i chars, __m256i& values) {
     return true;
 }
 
-}  // namespace
-
 KT_AVX2 std::size_t base64Encode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
     // Per lane, the three bytes b0 b1 b2 of each group go to a 32-bit word as
     // b1 b0 b2 b1: its low half then holds the first two sextets at bits
@@ -166,7 +160,7 @@ KT_AVX2 std::size_t base64Encode(const std::uint8_t* in, std::size_t n, std::uin
                                           _mm256_set1_epi32(0x01000010));
         store(out, base64Chars(_mm256_or_si256(right, left)));
     }
-    return std::size_t(out - start) + scalar::base64Encode(in + i, n - i, out);
+    return std::size_t(out - start) + kScalarKernels.base64Encode(in + i, n - i, out);
 }
 
 KT_AVX2 std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
@@ -199,14 +193,19 @@ KT_AVX2 std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uin
             }
         }
         if (i + 32 <= n) {
-            out += scalar::base64Decode(in + i, 32, out);
+            out += kScalarKernels.base64Decode(in + i, 32, out);
             i += 32;
         }
     }
-    return std::size_t(out - start) + scalar::base64Decode(in + i, n - i, out);
+    return std::size_t(out - start) + kScalarKernels.base64Decode(in + i, n - i, out);
 }
 
 }  // namespace avx2
+}  // namespace
+
+const KernelSet kAvx2Kernels = {Kernel::Avx2, avx2::hexEncode, avx2::hexDecode,
+                                avx2::base64Encode, avx2::base64Decode};
+
 }  // namespace codec
 }  // namespace KT
 
