@@ -88,11 +88,9 @@ private:
     std::mt19937 random_{20240601};
 };
 
-// ---------------------------------------------------------------- known answers
-
-// Exact bytes under every set, the scalar one included, with inputs long
-// enough for the vector loops.
-class CodecKernelAnswerTest : public testing::TestWithParam<Kernel> {
+// Runs each test with the kernel set it is given (skipped where the CPU
+// lacks it), then restores the set that was active.
+class KernelTest : public testing::TestWithParam<Kernel> {
 protected:
     void SetUp() override {
         if (!KT::codec::selectKernel(GetParam())) GTEST_SKIP() << "the CPU lacks this set";
@@ -102,6 +100,12 @@ protected:
 private:
     Kernel saved_ = KT::codec::activeKernel();
 };
+
+// ---------------------------------------------------------------- known answers
+
+// Exact bytes under every set, the scalar one included, with inputs long
+// enough for the vector loops.
+class CodecKernelAnswerTest : public KernelTest {};
 
 // Expects `op` on `input` to give exactly `expected` and to leave the
 // guard bytes after it alone.
@@ -190,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(Kernels, CodecKernelAnswerTest,
 // ---------------------------------------------------------------- same as scalar
 
 // Every vector set against the scalar one, on the same inputs.
-class CodecKernelSameTest : public CodecKernelAnswerTest {
+class CodecKernelSameTest : public KernelTest {
 protected:
     // Expects the set under test to give the scalar set's output (and length)
     // for `op` on `input`.
