@@ -32,9 +32,11 @@ mkdir -p "$results"
 rm -f "$results"/*.json
 for program in $programs; do
   echo "running $program" >&2
-  # The median of five short runs: the machine may be busy with other work.
+  # The median of five short runs, shuffled among the other benchmarks so
+  # that a spell of load elsewhere on the machine does not hit one row only.
   "build/bench/bin/$program" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
-    --benchmark_min_time=0.1 --benchmark_out="$results/$program.json" \
-    --benchmark_out_format=json "$@" >"$results/$program.txt"
+    --benchmark_enable_random_interleaving=true --benchmark_min_time=0.1 \
+    --benchmark_out="$results/$program.json" --benchmark_out_format=json "$@" \
+    >"$results/$program.txt"
 done
 python3 bench/table.py "$results"/*.json
