@@ -361,7 +361,8 @@ TEST(CBufferTest, CopiesAreDeepAndMovesTakeTheStorage) {
     assigned = source;
     EXPECT_NE(assigned.data, borrowed);
     EXPECT_EQ(contents(assigned), "abc");
-    assigned = assigned;
+    KT::CBuffer& self = assigned;
+    assigned = self;
     EXPECT_EQ(contents(assigned), "abc");
 
     KT::UInt8* data = copy.data;
