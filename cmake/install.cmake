@@ -18,6 +18,32 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/ktConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/ktConfig.cmake ${PROJECT_BINARY_DIR}/ktConfigVersion.cmake
   DESTINATION ${KT_CMAKE_DIR} COMPONENT development)
 
+# kt.pc finds the prefix relative to its own folder, so the tree can move.
+file(RELATIVE_PATH KT_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
 configure_file(cmake/kt.pc.in ${PROJECT_BINARY_DIR}/kt.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kt.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# Debian packages: `cpack -G DEB` in the build folder gives the runtime
+# libraries, the development files and the tool as three packages.
+set(CPACK_PACKAGE_NAME kt)
+set(CPACK_PACKAGE_VENDOR "libkt developers")
+set(CPACK_PACKAGE_CONTACT "libkt developers <maintainers@users.noreply.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development tool)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkt0)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6, libstdc++6")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkt-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libkt0 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_TOOL_PACKAGE_NAME kt-tools)
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "libkt0 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "libkt shared libraries")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "libkt headers, CMake package and pkg-config file")
+set(CPACK_COMPONENT_TOOL_DESCRIPTION "the kt command-line tool")
+include(CPack)

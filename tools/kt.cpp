@@ -1,48 +1,73 @@
 // kt - the libkt command-line tool.
 #include <cstdio>
 #include <cstring>
+#include <string>
 
+#include "cli.h"
+#include "commands.h"
 #include "kt/kt.h"
 
 namespace {
 
-const char kUsage[] =
-    "usage: kt COMMAND [ARGS...]\n"
-    "\n"
-    "Commands:\n"
-    "  version    print the build identification of libkt\n"
-    "  help       print this help\n"
-    "\n"
-    "Options:\n"
-    "  -h, --help print this help\n"
-    "\n"
-    "Exit status: 0 on success, 1 on bad usage, 2 on a failure at run time.\n";
+int runVersion(cli::Arguments& args) {
+    if (!args.empty() && cli::isHelp(args.peek())) {
+        std::fputs("usage: kt version\n\nPrints the build identification of libkt.\n", stdout);
+        return cli::Success;
+    }
+    if (!args.empty()) throw cli::UsageError("version takes no arguments");
+    std::puts(__rev__lib_kt__kt__);
+    return cli::Success;
+}
 
-bool isHelp(const char* arg) {
-    return std::strcmp(arg, "-h") == 0 || std::strcmp(arg, "--help") == 0 ||
-           std::strcmp(arg, "help") == 0;
+struct Command {
+    const char* name;
+    int (*run)(cli::Arguments&);
+    const char* summary;
+};
+
+const Command kCommands[] = {
+    {"base64", runBase64, "encode or decode Base64 (standard input or a file)"},
+    {"hex", runHex, "encode or decode hexadecimal (standard input or a file)"},
+    {"version", runVersion, "print the build identification of libkt"},
+};
+
+void printUsage(std::FILE* out) {
+    std::fputs("usage: kt COMMAND [ARGS...]\n\nCommands:\n", out);
+    for (const Command& command : kCommands) std::fprintf(out, "  %-9s %s\n", command.name, command.summary);
+    std::fputs("\n'kt COMMAND --help' describes a command.\n"
+               "Exit status: 0 on success, 1 on bad usage, 2 on a failure at run time.\n",
+               out);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fputs(kUsage, stderr);
-        return 1;
+        printUsage(stderr);
+        return cli::BadUsage;
     }
-    const char* command = argv[1];
-    if (isHelp(command)) {
-        std::fputs(kUsage, stdout);
-        return 0;
+    std::string name = argv[1];
+    if (cli::isHelp(name) || name == "help") {
+        printUsage(stdout);
+        return cli::Success;
     }
-    if (std::strcmp(command, "version") == 0) {
-        if (argc > 2 && isHelp(argv[2])) {
-            std::puts("usage: kt version\n\nPrints the build identification of libkt.");
-            return 0;
+    for (const Command& command : kCommands) {
+        if (name != command.name) continue;
+        cli::Arguments args(argc, argv, 2);
+        try {
+            return command.run(args);
+        } catch (const cli::UsageError& e) {
+            std::fprintf(stderr, "kt %s: %s (see kt %s --help)\n", command.name, e.what(), command.name);
+            return cli::BadUsage;
+        } catch (const cli::RunError& e) {
+            std::fprintf(stderr, "kt %s: %s\n", command.name, e.what());
+        } catch (const KT::CException& e) {
+            std::fprintf(stderr, "kt %s:%s\n", command.name, e.getString().c_str());
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "kt %s: %s\n", command.name, e.what());
         }
-        std::puts(__rev__lib_kt__kt__);
-        return 0;
+        return cli::Failure;
     }
-    std::fprintf(stderr, "kt: unknown command '%s' (see kt --help)\n", command);
-    return 1;
+    std::fprintf(stderr, "kt: unknown command '%s' (see kt --help)\n", name.c_str());
+    return cli::BadUsage;
 }

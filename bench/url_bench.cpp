@@ -1,0 +1,118 @@
+// Speed of the URL functions: ns per getter call over a corpus of realistic
+// URLs, and MB/s of percent-encoding and decoding.
+#include "kt/url.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Getter = std::string (*)(const std::string&, bool);
+
+// About a hundred URLs of the shapes met in practice: six schemes, with and
+// without userinfo, port, params, query, fragment and escapes.
+const std::vector<std::string>& corpus() {
+    static const std::vector<std::string> urls = [] {
+        const char* schemes[] = {"http", "https", "rtsp", "ftp", "file", "socket"};
+        const char* userinfos[] = {"", "bob@", "", "alice:s3cr%40t@", "", "WORK;carol:pw@"};
+        const char* hosts[] = {"example.org", "192.168.1.20", "cam-07.local",
+                               "www.example.com", "localhost"};
+        const char* ports[] = {"", ":8080", "", ":554", ":21", ""};
+        const char* paths[] = {"/", "/index.html", "/live/stream1", "/pub/linux/kernel.tar.gz",
+                               "/home/user/My%20Documents/report%202024.pdf", "/a/b/c/d/e/f",
+                               "/search"};
+        const char* params[] = {"", ";type=i", "", "", ";jsessionid=A1B2C3"};
+        const char* queries[] = {"", "?q=caf%C3%A9+au+lait&lang=fr", "",
+                                 "?id=42&sort=desc&page=3", "?token=abc%2Fdef%3D%3D"};
+        const char* fragments[] = {"", "#top", "", "", "#section-2.1", ""};
+        std::vector<std::string> list;
+        for (std::size_t i = 0; i < 100; ++i) {
+            std::string url = std::string(schemes[i % 6]) + "://";
+            if (url != "file://")
+                url += std::string(userinfos[i % 6]) + hosts[i % 5] + ports[i % 6];
+            url += std::string(paths[i % 7]) + params[i % 5] + queries[i % 5] + fragments[i % 6];
+            list.push_back(url);
+        }
+        return list;
+    }();
+    return urls;
+}
+
+// One call per iteration, so the time per iteration is the time per call.
+void BM_Getter(benchmark::State& state, Getter get, bool decode) {
+    const std::vector<std::string>& urls = corpus();
+    std::size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(urls[i]);
+        std::string component = get(urls[i], decode);
+        benchmark::DoNotOptimize(component);
+        i = i + 1 == urls.size() ? 0 : i + 1;
+    }
+}
+
+#define KT_GETTER_BENCHMARKS(name)                                        \
+    BENCHMARK_CAPTURE(BM_Getter, name##_raw, ktbase::url_##name, false); \
+    BENCHMARK_CAPTURE(BM_Getter, name##_decoded, ktbase::url_##name, true)
+
+KT_GETTER_BENCHMARKS(scheme);
+KT_GETTER_BENCHMARKS(authority);
+KT_GETTER_BENCHMARKS(path);
+KT_GETTER_BENCHMARKS(params);
+KT_GETTER_BENCHMARKS(query);
+KT_GETTER_BENCHMARKS(fragment);
+KT_GETTER_BENCHMARKS(domain);
+KT_GETTER_BENCHMARKS(user);
+KT_GETTER_BENCHMARKS(password);
+KT_GETTER_BENCHMARKS(host);
+KT_GETTER_BENCHMARKS(service);
+
+// Text in which about 30% of the bytes must be escaped: letters and digits,
+// with spaces, slashes, separators, "~" and UTF-8 bytes mixed in.
+std::string mixed_text(std::size_t size) {
+    const std::string plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
+    const std::string escaped = " /&=?#~:@\xc3\xa9%+";
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> percent(0, 99);
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        const std::string& from = percent(random) < 30 ? escaped : plain;
+        text += from[random() % from.size()];
+    }
+    return text;
+}
+
+const char kPath[] = "/media/videos/2024/summer trip/clip 01 (final)/take~2.mp4.ts";  // 60 bytes
+
+void BM_Encode(benchmark::State& state, const std::string& text) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(text);
+        std::string encoded = ktbase::url_encode(text, false);
+        benchmark::DoNotOptimize(encoded);
+    }
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(text.size()));
+}
+
+void BM_Decode(benchmark::State& state, const std::string& text) {
+    const std::string encoded = ktbase::url_encode(text, false);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encoded);
+        std::string decoded = ktbase::url_decode(encoded);
+        benchmark::DoNotOptimize(decoded);
+    }
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(encoded.size()));
+}
+
+void BM_EncodeMixed(benchmark::State& state) { BM_Encode(state, mixed_text(state.range(0))); }
+void BM_DecodeMixed(benchmark::State& state) { BM_Decode(state, mixed_text(state.range(0))); }
+BENCHMARK(BM_EncodeMixed)->RangeMultiplier(16)->Range(64, 1 << 20);
+BENCHMARK(BM_DecodeMixed)->RangeMultiplier(16)->Range(64, 1 << 20);
+BENCHMARK_CAPTURE(BM_Encode, path60, std::string(kPath));
+BENCHMARK_CAPTURE(BM_Decode, path60, std::string(kPath));
+
+}  // namespace
+
+BENCHMARK_MAIN();

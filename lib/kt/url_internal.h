@@ -1,0 +1,88 @@
+// Private: the pieces the URL functions of kt/url.h are built from, shared by
+// the reading and the writing side (and open to white-box tests).
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+
+namespace ktbase {
+namespace url_detail {
+
+/// The bytes [begin, end) of a URL text. An absent component is an empty
+/// range, at the place where it would go. Positions are std::size_t, so a
+/// text of any length splits like a short one, and "not found" is
+/// std::string::npos.
+struct url_range {
+    std::size_t begin;
+    std::size_t end;
+};
+
+// The splitting steps. Each takes the scan state, narrows it (moves `begin`
+// past a leading component or `end` back before a trailing one) and returns
+// the range of the component it cut off. Each first runs the step before it,
+// so a step always sees what the earlier ones left; the chain is
+//   fragment <- scheme <- authority <- query <- params <- path
+//   userinfo <- service <- host;  userinfo <- domain <- password <- user
+// where the second line starts from the authority's range. Every search
+// runs over the rest of the whole text and only then is compared with the
+// state's end: a delimiter at or past the end counts as absent, and for the
+// authority, whose end depends on which delimiter comes first, that order
+// decides the result.
+using url_step = url_range (*)(const std::string& url, url_range& state);
+
+url_range split_fragment(const std::string& url, url_range& state);
+url_range split_scheme(const std::string& url, url_range& state);
+url_range split_authority(const std::string& url, url_range& state);
+url_range split_query(const std::string& url, url_range& state);
+url_range split_params(const std::string& url, url_range& state);
+url_range split_path(const std::string& url, url_range& state);
+url_range split_userinfo(const std::string& url, url_range& state);
+url_range split_service(const std::string& url, url_range& state);
+url_range split_host(const std::string& url, url_range& state);
+url_range split_domain(const std::string& url, url_range& state);
+url_range split_password(const std::string& url, url_range& state);
+url_range split_user(const std::string& url, url_range& state);
+
+/// Runs a top-level `step` from the scan state [0, length).
+url_range locate(const std::string& url, url_step step);
+
+/// The authority's range, and the range that an authority `step` (userinfo
+/// to user) cuts off when run from it.
+struct authority_part {
+    url_range authority;
+    url_range part;
+};
+authority_part locate_in_authority(const std::string& url, url_step step);
+
+/// Returns the bytes of `range`, decoded when `decode` is true.
+std::string range_text(const std::string& text, url_range range, bool decode);
+
+/// Writes the percent-encoding of [first, last) to `out` (room for three
+/// bytes per source byte is enough) and returns the number of bytes written;
+/// 0 for an empty or reversed range.
+std::size_t url_encode_range(char* out, const char* first, const char* last,
+                             bool escape_all_slashes);
+/// Returns what url_encode_range() would write for [first, last).
+std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes);
+/// Appends the percent-encoding of `text` to `out`, growing it once.
+void url_encode_append(std::string& out, const std::string& text, bool escape_all_slashes);
+
+/// Writes the decoding of [first, last) to `out` (at most one byte per source
+/// byte) and returns the number of bytes written; 0 for a reversed range.
+std::size_t url_decode_range(char* out, const char* first, const char* last);
+/// Returns the decoding of the bytes of `range`.
+std::string url_decode_range(const std::string& text, url_range range);
+
+/// Adds the pairs of `text` to `map` (see url_query_kvmap() in kt/url.h).
+void kvmap_split(std::map<std::string, std::string>& map, const std::string& text, bool decode,
+                 char pair_separator, char key_value_separator);
+/// Appends the pairs of `map`, in key order, to `out`: a non-empty key (after
+/// a pair separator when `out` is not empty), then, for a non-empty value,
+/// the key/value separator and the value. With `encode` true keys and values
+/// are encoded with every "/" escaped.
+void kvmap_join(std::string& out, const std::map<std::string, std::string>& map, bool encode,
+                char pair_separator, char key_value_separator);
+
+}  // namespace url_detail
+}  // namespace ktbase

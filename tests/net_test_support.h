@@ -1,0 +1,439 @@
+// Helpers shared by the socket and URI suites: raw loopback peers whose every
+// wait is bounded, descriptor counting, one check of an exception's whole
+// content, a DNS responder on loopback and child processes that are always
+// reaped.
+#pragma once
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <resolv.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "kt/KTException.h"
+
+extern char** environ;
+
+namespace kttest {
+
+/// The longest any single wait in these suites may last, in milliseconds.
+constexpr int kWaitMs = 5000;
+
+/// The number of descriptors open in this process.
+inline int openDescriptors() {
+    DIR* directory = ::opendir("/proc/self/fd");
+    if (!directory) return -1;
+    int count = 0;
+    while (const dirent* entry = ::readdir(directory))
+        if (entry->d_name[0] != '.') ++count;
+    ::closedir(directory);
+    return count - 1;  // the directory's own descriptor
+}
+
+/// Fails the test when it leaves a descriptor open (or closes one it did not
+/// open).
+class NoLeakTest : public ::testing::Test {
+protected:
+    void SetUp() override { before_ = openDescriptors(); }
+    void TearDown() override { EXPECT_EQ(openDescriptors(), before_) << "descriptors leaked"; }
+
+private:
+    int before_ = 0;
+};
+
+/// A write to a connection the peer has closed must fail with EPIPE, not kill
+/// the suite.
+class IgnoreSigpipe : public ::testing::Environment {
+public:
+    void SetUp() override { ::signal(SIGPIPE, SIG_IGN); }
+};
+inline ::testing::Environment* const kIgnoreSigpipe =
+    ::testing::AddGlobalTestEnvironment(new IgnoreSigpipe);
+
+/// An owned raw descriptor, closed when the object goes.
+class Fd {
+public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Fd& operator=(Fd&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~Fd() { close(); }
+    int get() const { return fd_; }
+    void close() {
+        if (fd_ != -1) ::close(std::exchange(fd_, -1));
+    }
+
+private:
+    int fd_;
+};
+
+inline sockaddr* asGeneric(sockaddr_in* record) { return reinterpret_cast<sockaddr*>(record); }
+
+/// The record of 127.0.0.1:`port`.
+inline sockaddr_in loopback(std::uint16_t port) {
+    sockaddr_in record;
+    std::memset(&record, 0, sizeof record);
+    record.sin_family = AF_INET;
+    record.sin_port = htons(port);
+    record.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return record;
+}
+
+/// What the sockets store for an address the caller did not give: all zero
+/// but the address, INADDR_NONE.
+inline sockaddr_in emptyRecord() {
+    sockaddr_in record;
+    std::memset(&record, 0, sizeof record);
+    record.sin_addr.s_addr = INADDR_NONE;
+    return record;
+}
+
+inline bool sameRecord(const sockaddr_in& a, const sockaddr_in& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+/// The local port of a bound socket.
+inline std::uint16_t localPort(int fd) {
+    sockaddr_in record;
+    std::memset(&record, 0, sizeof record);
+    socklen_t length = sizeof record;
+    ::getsockname(fd, asGeneric(&record), &length);
+    return ntohs(record.sin_port);
+}
+
+inline bool closeOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
+
+/// Bounds every blocking read, write and accept on `fd` to kWaitMs.
+inline void boundWaits(int fd) {
+    timeval limit{kWaitMs / 1000, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+/// Waits until `fd` is readable; false after kWaitMs.
+inline bool waitReadable(int fd) {
+    pollfd entry{fd, POLLIN, 0};
+    return ::poll(&entry, 1, kWaitMs) == 1;
+}
+
+/// Waits until at least `count` bytes are queued for reading on `fd`; false
+/// after kWaitMs.
+inline bool waitPending(int fd, int count) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+    int pending = 0;
+    while (::ioctl(fd, FIONREAD, &pending) == 0 && pending < count) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return pending >= count;
+}
+
+/// Reads from a raw descriptor until `count` bytes, end of stream, an error
+/// or kWaitMs without data.
+inline std::string readRaw(int fd, std::size_t count) {
+    std::string text;
+    char chunk[4096];
+    while (text.size() < count && waitReadable(fd)) {
+        ssize_t n = ::read(fd, chunk, std::min(sizeof chunk, count - text.size()));
+        if (n <= 0) break;
+        text.append(chunk, std::size_t(n));
+    }
+    return text;
+}
+
+inline void writeRaw(int fd, const std::string& text) {
+    ASSERT_EQ(::write(fd, text.data(), text.size()), ssize_t(text.size()));
+}
+
+/// A raw listening socket on 127.0.0.1 with a port chosen by the system.
+/// Connections complete in its backlog, so a client in the same thread can
+/// connect before accept() is called.
+class RawListener {
+public:
+    RawListener() : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in any = loopback(0);
+        ::bind(fd_.get(), asGeneric(&any), sizeof any);
+        ::listen(fd_.get(), 16);
+    }
+    int fd() const { return fd_.get(); }
+    std::uint16_t port() const { return localPort(fd_.get()); }
+    sockaddr_in address() const { return loopback(port()); }
+    /// Takes one connection, waiting at most kWaitMs (-1 then).
+    Fd accept() const {
+        if (!waitReadable(fd_.get())) return Fd();
+        Fd connection(::accept(fd_.get(), nullptr, nullptr));
+        boundWaits(connection.get());
+        return connection;
+    }
+
+private:
+    Fd fd_;
+};
+
+/// A raw client connected to `address` (-1 when refused).
+inline Fd rawConnect(sockaddr_in address) {
+    Fd client(::socket(AF_INET, SOCK_STREAM, 0));
+    boundWaits(client.get());
+    if (::connect(client.get(), asGeneric(&address), sizeof address) != 0) return Fd();
+    return client;
+}
+
+/// A loopback port that nobody listens on: chosen by the system, then freed.
+inline std::uint16_t refusedPort() {
+    Fd probe(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in any = loopback(0);
+    ::bind(probe.get(), asGeneric(&any), sizeof any);
+    return localPort(probe.get());
+}
+
+/// A thread running a peer's side of a test, joined when the object goes; the
+/// body must bound its own waits.
+class Peer {
+public:
+    template <class Body>
+    explicit Peer(Body&& body) : thread_(std::forward<Body>(body)) {}
+    ~Peer() { join(); }
+    void join() {
+        if (thread_.joinable()) thread_.join();
+    }
+    std::thread::native_handle_type handle() { return thread_.native_handle(); }
+
+private:
+    std::thread thread_;
+};
+
+/// The throw sites of the socket sources, as their exceptions report them.
+namespace sites {
+constexpr char kSocketFile[] = "lib/kt/KTSocket.cpp";
+constexpr char kServerFile[] = "lib/kt/KTServerSocket.cpp";
+constexpr char kRecordConstructor[] =
+    "KT::RSocket::RSocket(sockaddr_in*, int, sockaddr_in*, KT::UInt8)";
+constexpr char kHostConstructor[] = "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)";
+constexpr char kBind[] = "KT::Result KT::RSocket::bind(sockaddr_in*)";
+constexpr char kListen[] = "KT::Result KT::RServerSocket::listen(int) const";
+constexpr char kAccept[] = "KT::RSocket KT::RServerSocket::accept() const";
+constexpr int kBindLine = 102;
+constexpr int kSocketLine = 131;
+constexpr int kResolveLine = 153;
+constexpr int kListenLine = 58;
+constexpr int kInterruptedLine = 77;
+constexpr int kAcceptLine = 80;
+}  // namespace sites
+
+/// What a thrown exception must hold, field by field.
+struct Thrown {
+    const char* type;
+    const char* file;
+    int line;
+    const char* function;
+    std::string message;
+};
+
+/// Checks every field of `e` and both of its report formats.
+inline void expectContent(const KT::CException& e, const Thrown& expected) {
+    EXPECT_STREQ(e.what(), expected.type);
+    EXPECT_STREQ(e.file(), expected.file);
+    EXPECT_EQ(e.line(), unsigned(expected.line));
+    EXPECT_STREQ(e.function, expected.function);
+    EXPECT_EQ(std::string(e.msg()), expected.message);
+    std::string header = std::string("xception of type '") + expected.type + "' thrown [" +
+                         expected.file + ":" + std::to_string(expected.line) + ", " +
+                         expected.function + "]:";
+    EXPECT_EQ(std::string(e.getString().c_str()), " E" + header + " " + expected.message);
+    ::testing::internal::CaptureStderr();
+    e.print();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "e" + header + "\n -> " + expected.message + "\n");
+}
+
+/// Runs `action`, which must throw exactly E holding `expected`.
+template <class E, class Action>
+void expectThrow(Action&& action, const Thrown& expected) {
+    try {
+        action();
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const E& e) {
+        EXPECT_EQ(typeid(e), typeid(E));
+        expectContent(e, expected);
+    }
+}
+
+/// A DNS server on 127.0.0.1 that answers every query with the response code
+/// `rcode` and no records, with this thread's resolver pointed at it while
+/// the object lives: name lookups in a test never leave the machine, and the
+/// answer decides the resolver's error.
+class LoopbackResolver {
+public:
+    explicit LoopbackResolver(int rcode) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
+        sockaddr_in address = loopback(0);
+        ::bind(socket_.get(), asGeneric(&address), sizeof address);
+        address.sin_port = htons(localPort(socket_.get()));
+        thread_ = std::thread([this, rcode] { answer(rcode); });
+        ::res_init();
+        saved_ = {_res.nscount, _res.nsaddr_list[0], _res.retrans, _res.retry};
+        _res.nscount = 1;
+        _res.nsaddr_list[0] = address;
+        _res.retrans = 1;
+        _res.retry = 1;
+    }
+    ~LoopbackResolver() {
+        _res.nscount = saved_.count;
+        _res.nsaddr_list[0] = saved_.server;
+        _res.retrans = saved_.retrans;
+        _res.retry = saved_.retry;
+        stop_ = true;
+        thread_.join();
+    }
+    /// The number of queries answered so far.
+    int queries() const { return queries_; }
+
+private:
+    void answer(int rcode) {
+        while (!stop_) {
+            pollfd entry{socket_.get(), POLLIN, 0};
+            if (::poll(&entry, 1, 50) != 1) continue;
+            unsigned char message[512];
+            sockaddr_in from;
+            socklen_t length = sizeof from;
+            ssize_t n =
+                ::recvfrom(socket_.get(), message, sizeof message, 0, asGeneric(&from), &length);
+            if (n < 12) continue;
+            message[2] |= 0x80;                                            // a response
+            message[3] = static_cast<unsigned char>(0x80 | (rcode & 15));  // recursion, code
+            std::memset(message + 6, 0, 6);  // no answer, authority or extra records
+            ++queries_;  // before the answer, which may wake the asking thread at once
+            ::sendto(socket_.get(), message, std::size_t(n), 0, asGeneric(&from), length);
+        }
+    }
+
+    struct Settings {
+        int count;
+        sockaddr_in server;
+        int retrans;
+        int retry;
+    };
+    Fd socket_;
+    std::thread thread_;
+    std::atomic<bool> stop_{false};
+    std::atomic<int> queries_{0};
+    Settings saved_{};
+};
+
+/// True when `program` is an executable file on the PATH.
+inline bool onPath(const std::string& program) {
+    const char* path = std::getenv("PATH");
+    std::string folders = path ? path : "";
+    for (std::size_t start = 0; start <= folders.size();) {
+        std::size_t end = folders.find(':', start);
+        if (end == std::string::npos) end = folders.size();
+        std::string candidate = folders.substr(start, end - start) + "/" + program;
+        if (::access(candidate.c_str(), X_OK) == 0) return true;
+        start = end + 1;
+    }
+    return false;
+}
+
+/// A child program whose standard output comes back through a pipe. It gets
+/// this environment without any proxy setting, so that it talks to loopback
+/// directly. Killed and reaped when the object goes, however the test ends.
+class Child {
+public:
+    explicit Child(const std::vector<std::string>& arguments) {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) return;
+        output_ = Fd(ends[0]);
+        Fd input(ends[1]);
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDOUT_FILENO);
+        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        std::vector<char*> argv;
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        std::vector<std::string> environment = withoutProxies();
+        std::vector<char*> envp;
+        for (std::string& entry : environment) envp.push_back(entry.data());
+        envp.push_back(nullptr);
+        if (::posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0)
+            pid_ = -1;
+        ::posix_spawn_file_actions_destroy(&actions);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    bool started() const { return pid_ > 0; }
+
+    /// Reads the child's output until it holds `end` (with an empty `end`:
+    /// until the child closes it), the child closes it, or kWaitMs pass
+    /// without data; returns all read so far.
+    std::string read(const std::string& end = std::string()) {
+        char chunk[4096];
+        while ((end.empty() || text_.find(end) == std::string::npos) &&
+               waitReadable(output_.get())) {
+            ssize_t n = ::read(output_.get(), chunk, sizeof chunk);
+            if (n <= 0) break;
+            text_.append(chunk, std::size_t(n));
+        }
+        return text_;
+    }
+
+    /// Waits up to kWaitMs for the child to end; its wait status, or -1.
+    int wait() {
+        for (int waited = 0; waited < kWaitMs; waited += 10) {
+            int status = 0;
+            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+                pid_ = -1;
+                return status;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return -1;
+    }
+
+private:
+    static std::vector<std::string> withoutProxies() {
+        std::vector<std::string> kept;
+        for (char** entry = environ; *entry; ++entry) {
+            std::string text = *entry;
+            std::string name = text.substr(0, text.find('='));
+            for (char& c : name) c = char(std::tolower(static_cast<unsigned char>(c)));
+            if (name.size() < 6 || name.compare(name.size() - 6, 6, "_proxy") != 0)
+                kept.push_back(text);
+        }
+        return kept;
+    }
+
+    pid_t pid_ = -1;
+    Fd output_;
+    std::string text_;
+};
+
+}  // namespace kttest

@@ -1,0 +1,429 @@
+#include "kt/KTSocket.h"
+
+#include <arpa/inet.h>
+#include <arpa/nameser.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "KTSocketInternal.h"
+#include "kt/KTException.h"
+#include "net_test_support.h"
+
+namespace {
+
+using kttest::emptyRecord;
+using kttest::Fd;
+using kttest::loopback;
+using kttest::RawListener;
+using kttest::readRaw;
+using kttest::sameRecord;
+using kttest::writeRaw;
+
+using namespace kttest::sites;
+
+class RSocketTest : public kttest::NoLeakTest {};
+
+ino_t inodeOf(int fd) {
+    struct stat status;
+    std::memset(&status, 0, sizeof status);
+    ::fstat(fd, &status);
+    return status.st_ino;
+}
+
+// A library client connected to a raw peer on loopback.
+struct Connection {
+    Connection() {
+        EXPECT_EQ(client.connect(nullptr), 0);
+        kttest::boundWaits(client.descriptor);
+        peer = listener.accept();
+    }
+    RawListener listener;
+    sockaddr_in address = listener.address();
+    KT::RSocket client{&address, SOCK_STREAM, nullptr, 0};
+    Fd peer;
+};
+
+TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndSkipsEmptyTransfers) {
+    KT::RSocket socket;
+    EXPECT_EQ(socket.descriptor, -1);
+    EXPECT_TRUE(sameRecord(socket.remoteAddress, emptyRecord()));
+    EXPECT_TRUE(sameRecord(socket.localAddress, emptyRecord()));
+    EXPECT_STREQ(socket.getRemoteAddress(), "255.255.255.255");
+    EXPECT_EQ(socket.getRemoteAddressUInt32(), 0xFFFFFFFFu);
+    EXPECT_EQ(socket.getRemotePort(), 0);
+    EXPECT_STREQ(socket.getLocalAddress(), "0.0.0.0");
+    EXPECT_EQ(socket.getLocalAddressUInt32(), 0u);
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(socket.close(), 0);
+    EXPECT_EQ(socket.shutdown(), 0);
+    // Without a descriptor any system call sets EBADF: lengths below 1 make none.
+    char buffer[4] = {};
+    for (int length : {0, -1}) {
+        errno = 0;
+        EXPECT_EQ(socket.read(buffer, length) + socket.write(buffer, length) +
+                      socket.send(buffer, length, 0) + socket.receive(buffer, length, 0),
+                  0);
+        EXPECT_EQ(errno, 0);
+    }
+    EXPECT_EQ(socket.read(buffer, 1), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(RSocketTest, DottedHostNeedsNoResolver) {
+    kttest::LoopbackResolver resolver(ns_r_nxdomain);
+    KT::RSocket socket("10.0.0.1", 80, SOCK_STREAM, 0);
+    sockaddr_in expected = loopback(80);
+    expected.sin_addr.s_addr = inet_addr("10.0.0.1");
+    EXPECT_TRUE(sameRecord(socket.remoteAddress, expected));
+    EXPECT_TRUE(sameRecord(socket.localAddress, sockaddr_in{}));
+    EXPECT_STREQ(socket.getRemoteAddress(), "10.0.0.1");
+    EXPECT_EQ(socket.getRemoteAddressUInt32(), 0x0A000001u);
+    EXPECT_EQ(socket.getRemotePort(), 80);
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_NE(socket.descriptor, -1);
+    EXPECT_FALSE(kttest::closeOnExec(socket.descriptor));
+    EXPECT_EQ(resolver.queries(), 0);
+}
+
+TEST_F(RSocketTest, LocalhostResolvesThroughTheHostsFile) {
+    kttest::LoopbackResolver resolver(ns_r_nxdomain);
+    KT::RSocket socket("localhost", 8080, SOCK_STREAM, KT::RSocket::CloseOnExec);
+    EXPECT_STREQ(socket.getRemoteAddress(), "127.0.0.1");
+    EXPECT_EQ(socket.getRemotePort(), 8080);
+    EXPECT_TRUE(kttest::closeOnExec(socket.descriptor));
+    EXPECT_EQ(resolver.queries(), 0);
+}
+
+TEST_F(RSocketTest, UnresolvedNameThrowsTheResolverMessageAndOpensNothing) {
+    struct Row {
+        int answer;
+        const char* message;
+    };
+    const Row rows[] = {
+        {ns_r_nxdomain, "No such host is known."},
+        {ns_r_servfail, "No response from server"},
+        {ns_r_formerr,
+         "Some unexpected server failure was encountered.  This is a  non-recoverable error."},
+        {ns_r_noerror, "The requested  name  is  valid but does not have an IP  address."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.message);
+        kttest::LoopbackResolver resolver(row.answer);
+        int open = kttest::openDescriptors();
+        kttest::expectThrow<KT::CNetworkException>(
+            [] { KT::RSocket socket("nothing.invalid", 80, SOCK_STREAM, 0); },
+            {"CNetworkException", kSocketFile, kResolveLine, kHostConstructor, row.message});
+        EXPECT_EQ(kttest::openDescriptors(), open);
+        EXPECT_GE(resolver.queries(), 1);
+    }
+}
+
+TEST(ResolverMessageTest, NamesEveryResolverError) {
+    struct Row {
+        int error;
+        const char* message;
+    };
+    const Row rows[] = {
+        {NETDB_INTERNAL,
+         "Internal error in the network library, unrelated to the  network  or  name service."},
+        {HOST_NOT_FOUND, "No such host is known."},
+        {TRY_AGAIN, "No response from server"},
+        {NO_RECOVERY,
+         "Some unexpected server failure was encountered.  This is a  non-recoverable error."},
+        {NO_DATA, "The requested  name  is  valid but does not have an IP  address."},
+        {5, "Unkown error."},
+        {-2, "Unkown error."},
+    };
+    for (const Row& row : rows) EXPECT_STREQ(KT::detail::resolverMessage(row.error), row.message);
+    // Success with no host record is let through: the address stays INADDR_NONE.
+    EXPECT_EQ(KT::detail::resolverMessage(NETDB_SUCCESS), nullptr);
+}
+
+// The sources name the lines their exceptions report in constants; this keeps
+// those constants on the throws they stand for as the files change.
+TEST(ThrowSiteTest, ReportedLinesAreTheLinesOfTheThrows) {
+    const std::string tests = __FILE__;
+    const std::string root = tests.substr(0, tests.rfind("/tests/"));
+    struct Row {
+        const char* file;
+        int line;
+        const char* constant;
+    };
+    const Row rows[] = {
+        {kSocketFile, kSocketLine, "kSocketLine"},
+        {kSocketFile, kResolveLine, "kResolveLine"},
+        {kSocketFile, kBindLine, "kBindLine"},
+        {kServerFile, kListenLine, "kListenLine"},
+        {kServerFile, kInterruptedLine, "kInterruptedLine"},
+        {kServerFile, kAcceptLine, "kAcceptLine"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.constant);
+        std::ifstream source(root + "/" + row.file);
+        ASSERT_TRUE(source) << root << "/" << row.file;
+        std::string line, call;
+        for (int n = 1; n <= row.line && std::getline(source, line); ++n) {
+        }
+        EXPECT_NE(line.find("raise<"), std::string::npos) << line;
+        // The call runs on until its semicolon; the constant is one of its arguments.
+        for (call = line; call.find(';') == std::string::npos && std::getline(source, line);)
+            call += line;
+        EXPECT_NE(call.find(row.constant), std::string::npos) << call;
+    }
+}
+
+TEST_F(RSocketTest, ConstructorsKeepTheGivenRecordsAndAnAdoptedDescriptorAsItCame) {
+    sockaddr_in remote = loopback(1234);
+    sockaddr_in local = loopback(0);
+    KT::RSocket given(&remote, SOCK_DGRAM, &local, 0);
+    EXPECT_TRUE(sameRecord(given.remoteAddress, remote));
+    EXPECT_TRUE(sameRecord(given.localAddress, local));
+    int type = 0;
+    unsigned int size = sizeof type;
+    EXPECT_EQ(given.getOption(SO_TYPE, &type, &size), 0);
+    EXPECT_EQ(type, SOCK_DGRAM);
+
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    {
+        KT::RSocket adopted(fd, SOCK_STREAM, nullptr, nullptr, KT::RSocket::CloseOnExec);
+        EXPECT_EQ(adopted.descriptor, fd);
+        EXPECT_FALSE(kttest::closeOnExec(fd));
+        EXPECT_TRUE(sameRecord(adopted.remoteAddress, emptyRecord()));
+        EXPECT_TRUE(sameRecord(adopted.localAddress, emptyRecord()));
+    }
+    EXPECT_EQ(::fcntl(fd, F_GETFD), -1) << "the owner closes what it adopted";
+}
+
+TEST_F(RSocketTest, FailingSocketCallThrowsOnlyFromTheAddressRecordConstructor) {
+    const int noSuchType = 12345;
+    kttest::expectThrow<KT::CNetworkException>(
+        [] { KT::RSocket socket(nullptr, noSuchType, nullptr, 0); },
+        {"CNetworkException", kSocketFile, kSocketLine, kRecordConstructor, std::strerror(EINVAL)});
+    KT::RSocket named("127.0.0.1", 80, noSuchType, KT::RSocket::CloseOnExec);
+    EXPECT_EQ(named.descriptor, -1);
+}
+
+TEST_F(RSocketTest, CloseOnExecMarksEveryDescriptorTheObjectMakes) {
+    for (KT::UInt8 flags : {KT::UInt8(0), KT::RSocket::CloseOnExec}) {
+        SCOPED_TRACE(int(flags));
+        const bool marked = flags == KT::RSocket::CloseOnExec;
+        sockaddr_in any = loopback(0);
+        KT::RSocket made(nullptr, SOCK_STREAM, nullptr, flags);
+        EXPECT_EQ(kttest::closeOnExec(made.descriptor), marked) << "address-record constructor";
+        KT::RSocket named("127.0.0.1", 80, SOCK_STREAM, flags);
+        EXPECT_EQ(kttest::closeOnExec(named.descriptor), marked) << "host-name constructor";
+        KT::RSocket copy(made);
+        EXPECT_EQ(kttest::closeOnExec(copy.descriptor), marked) << "copy";
+        KT::RSocket assigned;
+        assigned = made;
+        EXPECT_EQ(kttest::closeOnExec(assigned.descriptor), marked) << "assignment";
+        made.reset();
+        EXPECT_EQ(kttest::closeOnExec(made.descriptor), marked) << "reset";
+        ::fcntl(made.descriptor, F_SETFD, 0);
+        made.bind(&any);
+        EXPECT_EQ(kttest::closeOnExec(made.descriptor), marked) << "bind";
+    }
+}
+
+TEST_F(RSocketTest, MovesBytesBothWaysWithEveryTransferCall) {
+    Connection c;
+    EXPECT_TRUE(c.client.isConnected());
+    EXPECT_EQ(c.client.write("hello", 5), 5);
+    EXPECT_EQ(readRaw(c.peer.get(), 5), "hello");
+    EXPECT_EQ(c.client.send("abc", 3, MSG_NOSIGNAL), 3);
+    EXPECT_EQ(readRaw(c.peer.get(), 3), "abc");
+
+    writeRaw(c.peer.get(), "world!xyz");
+    char buffer[6];
+    EXPECT_EQ(c.client.read(buffer, 6), 6);
+    EXPECT_EQ(std::string(buffer, 6), "world!");
+    EXPECT_EQ(c.client.receive(buffer, 3, 0), 3);
+    EXPECT_EQ(std::string(buffer, 3), "xyz");
+
+    EXPECT_STREQ(c.client.getRemoteAddress(), "127.0.0.1");
+    EXPECT_EQ(c.client.getRemotePort(), c.listener.port());
+    EXPECT_STREQ(c.client.getLocalAddress(), "127.0.0.1");
+    EXPECT_EQ(c.client.getLocalAddressUInt32(), 0x7F000001u);
+}
+
+TEST_F(RSocketTest, WriteMovesEveryByteOfABufferLargerThanTheSystemTakesAtOnce) {
+    Connection c;
+    std::string data(8 << 20, '\0');
+    for (std::size_t i = 0; i < data.size(); ++i) data[i] = char(i * 7 + i / 4096);
+    std::string received;
+    {
+        kttest::Peer reader([&] { received = readRaw(c.peer.get(), data.size()); });
+        EXPECT_EQ(c.client.write(data.data(), int(data.size())), int(data.size()));
+    }
+    EXPECT_TRUE(received == data);
+}
+
+TEST_F(RSocketTest, ReadReturnsWhatArrivedWhenThePeerCloses) {
+    Connection c;
+    writeRaw(c.peer.get(), std::string(40, 'a'));
+    c.peer.close();
+    char buffer[100];
+    EXPECT_EQ(c.client.read(buffer, 100), 40);
+    EXPECT_EQ(std::string(buffer, 40), std::string(40, 'a'));
+}
+
+TEST_F(RSocketTest, ReadFailsWhenThePeerResetsKeepingTheBytesInTheBuffer) {
+    Connection c;
+    writeRaw(c.peer.get(), std::string(40, 'b'));
+    ASSERT_TRUE(kttest::waitPending(c.client.descriptor, 40));
+    linger abort{1, 0};
+    ::setsockopt(c.peer.get(), SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    c.peer.close();
+    char buffer[100] = {};
+    errno = 0;
+    EXPECT_EQ(c.client.read(buffer, 100), -1);
+    EXPECT_EQ(errno, ECONNRESET);
+    EXPECT_EQ(std::string(buffer, 40), std::string(40, 'b'));
+}
+
+TEST_F(RSocketTest, PeekCopiesThePendingBytesAgainAndRead2TakesOneChunk) {
+    Connection c;
+    writeRaw(c.peer.get(), "abcd");
+    ASSERT_TRUE(kttest::waitPending(c.client.descriptor, 4));
+    char buffer[100];
+    EXPECT_EQ(c.client.receive(buffer, 8, MSG_PEEK), 8);
+    EXPECT_EQ(std::string(buffer, 8), "abcdabcd");
+    EXPECT_EQ(c.client.read2(buffer, 100), 4);
+}
+
+TEST_F(RSocketTest, ShutdownStopsReceivingButNotSending) {
+    Connection c;
+    const int descriptor = c.client.descriptor;
+    EXPECT_EQ(c.client.shutdown(), 0);
+    EXPECT_EQ(c.client.descriptor, descriptor);
+    char byte;
+    EXPECT_EQ(c.client.read2(&byte, 1), 0);
+    EXPECT_EQ(c.client.write("x", 1), 1);
+    EXPECT_EQ(readRaw(c.peer.get(), 1), "x");
+}
+
+TEST_F(RSocketTest, RefusedConnectRenewsTheStreamDescriptor) {
+    sockaddr_in refused = loopback(kttest::refusedPort());
+    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, KT::RSocket::CloseOnExec);
+    const ino_t before = inodeOf(socket.descriptor);
+    errno = 0;
+    EXPECT_EQ(socket.connect(&refused), -1);
+    EXPECT_EQ(errno, ECONNREFUSED);
+    ASSERT_NE(socket.descriptor, -1);
+    EXPECT_NE(inodeOf(socket.descriptor), before) << "a new socket, maybe with the same number";
+    EXPECT_TRUE(kttest::closeOnExec(socket.descriptor));
+    EXPECT_TRUE(sameRecord(socket.remoteAddress, refused));
+    EXPECT_FALSE(socket.isConnected());
+
+    RawListener listener;
+    sockaddr_in open = listener.address();
+    EXPECT_EQ(socket.connect(&open), 0);
+    EXPECT_TRUE(socket.isConnected());
+    Fd peer = listener.accept();
+
+    // Any other failure keeps the descriptor.
+    const ino_t connected = inodeOf(socket.descriptor);
+    EXPECT_EQ(socket.connect(nullptr), -1);
+    EXPECT_EQ(errno, EISCONN);
+    EXPECT_EQ(inodeOf(socket.descriptor), connected);
+}
+
+TEST_F(RSocketTest, CopiesAndAssignmentsUseTheirOwnDescriptorForTheSameConnection) {
+    Connection c;
+    {
+        KT::RSocket copy(c.client);
+        EXPECT_NE(copy.descriptor, c.client.descriptor);
+        EXPECT_TRUE(sameRecord(copy.remoteAddress, c.client.remoteAddress));
+        EXPECT_EQ(copy.write("a", 1), 1);
+        EXPECT_EQ(readRaw(c.peer.get(), 1), "a");
+
+        KT::RSocket target(nullptr, SOCK_DGRAM, nullptr, KT::RSocket::CloseOnExec);
+        const int open = kttest::openDescriptors();
+        target = c.client;  // closes its own descriptor first
+        EXPECT_EQ(kttest::openDescriptors(), open);
+        EXPECT_EQ(target.socketType, SOCK_STREAM);
+        EXPECT_EQ(target.flags, 0);
+        EXPECT_FALSE(kttest::closeOnExec(target.descriptor));
+        EXPECT_TRUE(target.isConnected());
+    }
+    EXPECT_EQ(c.client.write("b", 1), 1);
+    EXPECT_EQ(readRaw(c.peer.get(), 1), "b");
+
+    KT::RSocket& same = c.client;
+    c.client = same;
+    EXPECT_EQ(c.client.descriptor, -1);
+    EXPECT_EQ(KT::RSocket(c.client).descriptor, -1);
+}
+
+TEST_F(RSocketTest, CloseForgetsTheDescriptorAndResetMakesANewOne) {
+    sockaddr_in remote = loopback(80);
+    KT::RSocket socket(&remote, SOCK_STREAM, nullptr, 0);
+    EXPECT_EQ(socket.close(), 0);
+    EXPECT_EQ(socket.descriptor, -1);
+    EXPECT_EQ(socket.close(), 0);
+    socket.reset();
+    EXPECT_NE(socket.descriptor, -1);
+    EXPECT_TRUE(sameRecord(socket.remoteAddress, remote));
+}
+
+TEST_F(RSocketTest, BindUsesTheStoredRecordAfterAllowingAddressReuse) {
+    sockaddr_in local = loopback(0);
+    KT::RSocket socket(nullptr, SOCK_STREAM, &local, 0);
+    EXPECT_EQ(socket.bind(nullptr), 0);
+    EXPECT_STREQ(socket.getLocalAddress(), "127.0.0.1");
+    int reuse = 0;
+    unsigned int size = sizeof reuse;
+    EXPECT_EQ(socket.getOption(SO_REUSEADDR, &reuse, &size), 0);
+    EXPECT_EQ(reuse, 1);
+}
+
+TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
+    RawListener listener;
+    sockaddr_in taken = listener.address();
+    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
+    kttest::expectThrow<KT::CNetworkException>(
+        [&] { socket.bind(&taken); },
+        {"CNetworkException", kSocketFile, kBindLine, kBind, std::strerror(EADDRINUSE)});
+    EXPECT_TRUE(sameRecord(socket.localAddress, taken));
+}
+
+TEST_F(RSocketTest, BindSucceedsOnAPortThatAnEarlierServerLeftInTimeWait) {
+    std::uint16_t port;
+    {
+        RawListener listener;
+        // The earlier server allowed reuse too, as servers on this port do.
+        int reuse = 1;
+        ::setsockopt(listener.fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+        port = listener.port();
+        Fd client = kttest::rawConnect(listener.address());
+        Fd server = listener.accept();
+        server.close();  // the side that closes first keeps the port in TIME_WAIT
+        EXPECT_EQ(readRaw(client.get(), 1), "");
+    }
+    sockaddr_in address = loopback(port);
+    Fd plain(::socket(AF_INET, SOCK_STREAM, 0));
+    ASSERT_EQ(::bind(plain.get(), kttest::asGeneric(&address), sizeof address), -1)
+        << "the port should still be in TIME_WAIT";
+    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
+    EXPECT_EQ(socket.bind(&address), 0);
+}
+
+TEST_F(RSocketTest, IsRSocketAnswersMinusOneForEveryOpenDescriptor) {
+    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
+    EXPECT_EQ(KT::RSocket::isRSocket(socket.descriptor), -1);
+    Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(KT::RSocket::isRSocket(file.get()), -1);
+    int closed = ::dup(file.get());
+    ::close(closed);
+    EXPECT_EQ(KT::RSocket::isRSocket(closed), 0);
+}
+
+}  // namespace

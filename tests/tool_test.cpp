@@ -1,0 +1,122 @@
+// End-to-end tests of the kt program: the real binary, run as a user would.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "process.h"
+
+namespace {
+
+const std::string kTool = std::string(KT_TEST_BINARY_DIR) + "/bin/kt";
+
+test::ProcessResult kt(std::vector<std::string> args, const std::string& input = "") {
+    args.insert(args.begin(), kTool);
+    return test::runProcess(args, input);
+}
+
+// Runs a shell pipeline (for the system's own base64 and xxd).
+test::ProcessResult shell(const std::string& command, const std::string& input = "") {
+    return test::runProcess({"/bin/sh", "-c", command}, input);
+}
+
+std::string randomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 generator(seed);
+    std::string bytes(size, '\0');
+    for (char& c : bytes) c = char(generator() & 0xFF);
+    return bytes;
+}
+
+class ScratchFile {
+public:
+    explicit ScratchFile(const std::string& content) {
+        char name[] = "/tmp/kt-tool-test-XXXXXX";
+        int fd = mkstemp(name);
+        path_ = name;
+        if (fd >= 0) close(fd);
+        std::ofstream(path_, std::ios::binary) << content;
+    }
+    ~ScratchFile() { std::remove(path_.c_str()); }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+TEST(ToolTest, CommandLineErrorsAndHelp) {
+    struct Row {
+        std::vector<std::string> args;
+        int status;
+        std::string outStart;  // what standard output begins with
+        std::string err;       // standard error, exactly
+    };
+    const Row rows[] = {
+        {{"--help"}, 0, "usage: kt COMMAND", ""},
+        {{"version"}, 0, "lib.kt-0.1: ", ""},
+        {{"version", "--help"}, 0, "usage: kt version", ""},
+        {{"base64", "--help"}, 0, "usage: kt base64", ""},
+        {{"hex", "-h"}, 0, "usage: kt hex", ""},
+        {{"frobnicate"}, 1, "", "kt: unknown command 'frobnicate' (see kt --help)\n"},
+        {{"base64", "-x"}, 1, "", "kt base64: unknown option '-x' (see kt base64 --help)\n"},
+        {{"base64", "-w"}, 1, "", "kt base64: option -w needs a value (see kt base64 --help)\n"},
+        {{"hex", "-w", "-3"}, 1, "",
+         "kt hex: option -w takes a number from 0 to 1073741824, not '-3' (see kt hex --help)\n"},
+        {{"hex", "/nonexistent/file"}, 2, "",
+         "kt hex: cannot open '/nonexistent/file': No such file or directory\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.args[0] + (row.args.size() > 1 ? " " + row.args[1] : ""));
+        test::ProcessResult result = kt(row.args);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.out.substr(0, row.outStart.size()), row.outStart);
+        EXPECT_EQ(result.err, row.err);
+    }
+    EXPECT_EQ(kt({}).status, 1);
+}
+
+TEST(ToolTest, CodecsInteroperateWithSystemTools) {
+    for (std::size_t size : {0u, 1u, 2u, 3u, 57u, 1u << 20}) {
+        SCOPED_TRACE(size);
+        std::string bytes = randomBytes(size, unsigned(size));
+        ScratchFile file(bytes);
+
+        test::ProcessResult ours = kt({"base64", file.path()});
+        ASSERT_EQ(ours.status, 0);
+        EXPECT_EQ(ours.out, shell("base64 " + file.path()).out);
+        EXPECT_EQ(kt({"base64", "-d"}, ours.out).out, bytes);
+        EXPECT_EQ(kt({"base64", "-d", "-"}, shell("base64 -w 0 " + file.path()).out).out, bytes);
+        EXPECT_EQ(kt({"base64", "-w", "0"}, bytes).out, shell("base64 -w 0", bytes).out);
+
+        test::ProcessResult hex = kt({"hex", file.path()});
+        ASSERT_EQ(hex.status, 0);
+        EXPECT_EQ(shell("xxd -r -p", hex.out).out, bytes);
+        EXPECT_EQ(kt({"hex", "-d"}, shell("xxd -p " + file.path()).out).out, bytes);
+    }
+}
+
+TEST(ToolTest, CodecsWrapAndRejectBadInput) {
+    EXPECT_EQ(kt({"base64", "-w", "4"}, "Man Ma").out, "TWFu\nIE1h\n");
+    EXPECT_EQ(kt({"hex", "-w", "4"}, std::string("\x00\xAB\xFF", 3)).out, "00AB\nFF\n");
+    EXPECT_EQ(kt({"hex", "-d"}, "00 ab\r\nFf\n").out, std::string("\x00\xAB\xFF", 3));
+
+    struct Row {
+        std::string command, input, err;
+    };
+    const Row rows[] = {
+        {"base64", "TWF!", "kt base64: invalid base64 input\n"},
+        {"base64", "TWFuT", "kt base64: truncated base64 input\n"},
+        {"hex", "0g", "kt hex: invalid hex input\n"},
+        {"hex", "abc", "kt hex: truncated hex input\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.input);
+        test::ProcessResult result = kt({row.command, "-d"}, row.input);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.err, row.err);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,242 @@
+#include "kt/KTURI.h"
+
+#include <arpa/nameser.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "kt/KTException.h"
+#include "kt/KTSocket.h"
+#include "net_test_support.h"
+
+namespace {
+
+using namespace kttest::sites;
+
+class RURITest : public kttest::NoLeakTest {};
+
+bool inEmptyState(const KT::CString& text) { return text.data == nullptr && text.length == 0; }
+
+struct Parsed {
+    const char* uri;
+    int scheme;
+    const char* user;
+    const char* password;
+    const char* host;
+    int port;
+    const char* path;
+};
+
+TEST(RURIParseTest, SplitsEveryFieldWithTheSchemeCodeAndDefaultPort) {
+    const Parsed rows[] = {
+        {"http://h/a", 3, "", "", "h", 80, "/a"},
+        {"HTTP://h", 3, "", "", "h", 80, ""},
+        {"Http://h", -1, "", "", "h", 0, ""},
+        {"rtsp://h:8554/x", 5, "", "", "h", 8554, "/x"},
+        {"RTSP://h/x", 5, "", "", "h", 554, "/x"},
+        {"ftp://h", 4, "", "", "h", 21, ""},
+        {"FTP://h:2121", 4, "", "", "h", 2121, ""},
+        {"file:///tmp/x", 1, "", "", "", 0, "/tmp/x"},
+        {"FILE:///tmp/x", 1, "", "", "", 0, "/tmp/x"},
+        {"firewire://node", 6, "", "", "node", 0, ""},
+        {"FIREWIRE://node:7", 6, "", "", "node", 7, ""},
+        {"socket://h:9000", 7, "", "", "h", 9000, ""},
+        {"SOCKET://h", 7, "", "", "h", 0, ""},
+        {"gopher://h:70/", -1, "", "", "h", 70, "/"},
+        {"h/x", 0, "", "", "", 0, "h/x"},
+        {"", 0, "", "", "", 0, ""},
+        {"rtsp://user:pw@camera/live", 5, "user", "pw", "camera", 554, "/live"},
+        // Port texts are read as atoi() reads them, then cut to 16 bits.
+        {"http://h:70000/", 3, "", "", "h", 4464, "/"},
+        {"http://h:abc/", 3, "", "", "h", 0, "/"},
+        {"http://h:-1/", 3, "", "", "h", 65535, "/"},
+        {"http://h:80x/", 3, "", "", "h", 80, "/"},
+        // Every part is percent-decoded, the scheme before it is matched.
+        {"%68ttp://h", 3, "", "", "h", 80, ""},
+        {"http://us%40er:p%3Aw@h%2Ex/x%20y", 3, "us@er", "p:w", "h.x", 80, "/x y"},
+        {"http://h:%38%30/", 3, "", "", "h", 80, "/"},
+    };
+    for (const Parsed& row : rows) {
+        SCOPED_TRACE(row.uri);
+        KT::RURI uri{KT::CString(row.uri)};
+        EXPECT_EQ(uri.scheme, row.scheme);
+        EXPECT_STREQ(uri.user.c_str(), row.user);
+        EXPECT_STREQ(uri.password.c_str(), row.password);
+        EXPECT_STREQ(uri.host.c_str(), row.host);
+        EXPECT_EQ(uri.port, row.port);
+        EXPECT_STREQ(uri.path.c_str(), row.path);
+        EXPECT_STREQ(uri.uri.c_str(), row.uri);
+        // Absent parts are stored as "", never left without memory.
+        for (const KT::CString* part : {&uri.user, &uri.password, &uri.host, &uri.path})
+            EXPECT_EQ(part->length, int(std::strlen(part->c_str())) + 1);
+    }
+}
+
+TEST(RURIParseTest, TextWithoutAnyStringLeavesTheDefaults) {
+    for (const KT::RURI& uri : {KT::RURI(), KT::RURI(KT::CString())}) {
+        EXPECT_EQ(uri.scheme, -1);
+        EXPECT_EQ(uri.port, 0);
+        for (const KT::CString* part : {&uri.user, &uri.password, &uri.host, &uri.path, &uri.uri})
+            EXPECT_TRUE(inEmptyState(*part));
+    }
+}
+
+TEST(RURIParseTest, ParseAgainOverwritesTheFieldsButNotTheText) {
+    KT::RURI uri{KT::CString("http://h/a")};
+    EXPECT_EQ(uri.parseURI(KT::CString("ftp://u@g")), 0);
+    EXPECT_EQ(uri.scheme, 4);
+    EXPECT_STREQ(uri.user.c_str(), "u");
+    EXPECT_STREQ(uri.host.c_str(), "g");
+    EXPECT_EQ(uri.port, 21);
+    EXPECT_STREQ(uri.path.c_str(), "");
+    EXPECT_STREQ(uri.uri.c_str(), "http://h/a");
+
+    EXPECT_EQ(uri.parseURI(KT::CString()), -1);
+    EXPECT_EQ(uri.scheme, 4);
+    EXPECT_STREQ(uri.host.c_str(), "g");
+}
+
+void expectSameFields(const KT::RURI& a, const KT::RURI& b) {
+    EXPECT_EQ(a.scheme, b.scheme);
+    EXPECT_EQ(a.port, b.port);
+    EXPECT_TRUE(a.user == b.user);
+    EXPECT_TRUE(a.password == b.password);
+    EXPECT_TRUE(a.host == b.host);
+    EXPECT_TRUE(a.path == b.path);
+    EXPECT_TRUE(a.uri == b.uri);
+}
+
+TEST(RURIParseTest, CopiesAndAssignmentsAreIndependentAndKeepTheirCount) {
+    auto* original = new KT::RURI(KT::CString("rtsp://u:p@h:1/x"));
+    ktbase::ref<KT::RURI> held(original);
+
+    KT::RURI copy(*original);
+    expectSameFields(copy, *original);
+    EXPECT_EQ(copy.refcount(), 0);
+    EXPECT_NE(copy.host.data, original->host.data);
+
+    KT::RURI assigned;
+    assigned = *original;
+    expectSameFields(assigned, *original);
+    EXPECT_EQ(assigned.refcount(), 0);
+
+    *original = KT::RURI(KT::CString("http://other/"));
+    EXPECT_EQ(original->refcount(), 1);
+    EXPECT_STREQ(copy.host.c_str(), "h");
+    EXPECT_STREQ(assigned.uri.c_str(), "rtsp://u:p@h:1/x");
+}
+
+TEST(RURIParseTest, SelfAssignmentLeavesItUnchanged) {
+    KT::RURI uri{KT::CString("rtsp://u:p@h:1/x")};
+    const KT::RURI before(uri);
+    KT::RURI& same = uri;
+    uri = same;
+    expectSameFields(uri, before);
+}
+
+TEST_F(RURITest, GetSocketAimsAStreamSocketAtHostAndPort) {
+    struct Row {
+        const char* uri;
+        int port;  // 0: no socket
+    };
+    const Row rows[] = {
+        {"rtsp://127.0.0.1/x", 554},        // the scheme's default port
+        {"gopher://127.0.0.1:7070", 7070},  // any scheme with a port
+        {"file://127.0.0.1:21/x", 21},     {"http://localhost:8080/", 8080}, {"file:///tmp/x", 0},
+        {"firewire://127.0.0.1", 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.uri);
+        const int open = kttest::openDescriptors();
+        ktbase::ref<KT::RSocket> socket = KT::RURI(KT::CString(row.uri)).getSocket();
+        if (row.port == 0) {
+            EXPECT_FALSE(socket);
+            continue;
+        }
+        ASSERT_TRUE(socket);
+        EXPECT_EQ(socket->refcount(), 1);
+        EXPECT_STREQ(socket->getRemoteAddress(), "127.0.0.1");
+        EXPECT_EQ(socket->getRemotePort(), row.port);
+        EXPECT_EQ(socket->socketType, SOCK_STREAM);
+        EXPECT_EQ(socket->flags, KT::RSocket::CloseOnExec);
+        EXPECT_TRUE(kttest::closeOnExec(socket->descriptor));
+        EXPECT_FALSE(socket->isConnected());
+        socket.reset();  // the only reference: the socket closes
+        EXPECT_EQ(kttest::openDescriptors(), open);
+    }
+    EXPECT_FALSE(KT::RURI().getSocket());
+}
+
+TEST_F(RURITest, GetSocketPassesTheResolverFailureOn) {
+    kttest::LoopbackResolver resolver(ns_r_nxdomain);
+    const KT::RURI uri{KT::CString("http://nothing.invalid/")};
+    kttest::expectThrow<KT::CNetworkException>(
+        [&] { uri.getSocket(); }, {"CNetworkException", kSocketFile, kResolveLine, kHostConstructor,
+                                   "No such host is known."});
+}
+
+// A folder under the system's temporary folder, removed with its files.
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        char name[] = "/tmp/kt-uri-XXXXXX";
+        if (::mkdtemp(name)) path_ = name;
+    }
+    ~TemporaryFolder() {
+        for (const std::string& file : files_) std::remove(file.c_str());
+        if (!path_.empty()) ::rmdir(path_.c_str());
+    }
+    const std::string& path() const { return path_; }
+    void write(const std::string& name, const std::string& content) {
+        std::string file = path_ + "/" + name;
+        if (std::FILE* out = std::fopen(file.c_str(), "wb")) {
+            std::fwrite(content.data(), 1, content.size(), out);
+            std::fclose(out);
+            files_.push_back(file);
+        }
+    }
+
+private:
+    std::string path_;
+    std::vector<std::string> files_;
+};
+
+TEST_F(RURITest, FetchesAFileFromPythonsHttpServer) {
+    if (!kttest::onPath("python3")) GTEST_SKIP() << "python3 is not installed";
+    TemporaryFolder folder;
+    ASSERT_FALSE(folder.path().empty());
+    const std::string content = "served to a socket from a URI\n";
+    folder.write("greeting.txt", content);
+
+    // Port 0: the server takes a free port and names it in its first line.
+    kttest::Child server({"python3", "-u", "-m", "http.server", "--bind", "127.0.0.1",
+                          "--directory", folder.path(), "0"});
+    ASSERT_TRUE(server.started());
+    const std::string banner = server.read("\n");
+    const std::size_t at = banner.find(" port ");
+    ASSERT_NE(at, std::string::npos) << banner;
+    const int port = std::atoi(banner.c_str() + at + 6);
+
+    const std::string text = "http://127.0.0.1:" + std::to_string(port) + "/greeting.txt";
+    KT::RURI uri{KT::CString(text.c_str())};
+    ktbase::ref<KT::RSocket> socket = uri.getSocket();
+    ASSERT_TRUE(socket);
+    ASSERT_EQ(socket->connect(nullptr), 0);
+    kttest::boundWaits(socket->descriptor);
+    const std::string request =
+        std::string("GET ") + uri.path.c_str() + " HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n";
+    EXPECT_EQ(socket->write(request.data(), int(request.size())), int(request.size()));
+
+    // HTTP/1.0: the server closes after the response, which ends the read.
+    char response[8192];
+    const int n = socket->read(response, sizeof response);
+    ASSERT_GT(n, 0);
+    const std::string received(response, std::size_t(n));
+    EXPECT_EQ(received.substr(0, received.find("\r\n")), "HTTP/1.0 200 OK");
+    EXPECT_EQ(received.substr(received.find("\r\n\r\n") + 4), content);
+}
+
+}  // namespace
