@@ -23,6 +23,12 @@ test::ProcessResult shell(const std::string& command, const std::string& input =
     return test::runProcess({"/bin/sh", "-c", command}, input);
 }
 
+std::string joined(const std::vector<std::string>& args) {
+    std::string line;
+    for (const std::string& arg : args) line += (line.empty() ? "" : " ") + arg;
+    return line;
+}
+
 std::string randomBytes(std::size_t size, unsigned seed) {
     std::mt19937 generator(seed);
     std::string bytes(size, '\0');
@@ -68,7 +74,7 @@ TEST(ToolTest, CommandLineErrorsAndHelp) {
          "kt hex: cannot open '/nonexistent/file': No such file or directory\n"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.args[0] + (row.args.size() > 1 ? " " + row.args[1] : ""));
+        SCOPED_TRACE(joined(row.args));
         test::ProcessResult result = kt(row.args);
         EXPECT_EQ(result.status, row.status);
         EXPECT_EQ(result.out.substr(0, row.outStart.size()), row.outStart);
@@ -117,6 +123,40 @@ TEST(ToolTest, CodecsWrapAndRejectBadInput) {
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.err, row.err);
     }
+}
+
+TEST(ToolTest, UrlCommands) {
+    struct Row {
+        std::vector<std::string> args;
+        std::string input;
+        std::string out;
+    };
+    const Row rows[] = {
+        {{"url", "split", "http://d;u:p@h:80/a;b?c#e"}, "",
+         "scheme: http\nauthority: d;u:p@h:80\ndomain: d\nuser: u\npassword: p\nhost: h\n"
+         "service: 80\npath: /a\nparams: b\nquery: c\nfragment: e\n"},
+        {{"url", "split", "--json", "s:x\"\t"}, "",
+         "[\n {\"url\": \"s:x\\\"\\u0009\", \"scheme\": \"s\", \"authority\": \"\", \"domain\": \"\", "
+         "\"user\": \"\", \"password\": \"\", \"host\": \"\", \"service\": \"\", "
+         "\"path\": \"x\\\"\\u0009\", \"params\": \"\", \"query\": \"\", \"fragment\": \"\"}\n]\n"},
+        {{"url", "get", "path", "--decode", "s://h/a%20b", "/x%41"}, "", "/a b\n/xA\n"},
+        {{"url", "set", "host=k", "service=", "s://u@h:80/p", "s:/p"}, "", "s://u@k/p\ns://k/p\n"},
+        {{"url", "set", "--encode", "path=a b//c", "query=x=1", "s://h"}, "", "s://h/a%20b/%2fc?x%3d1\n"},
+        {{"url", "query", "--decode", "s://h/?b=x%20y&a=1&&a=2"}, "", "=\na=2\nb=x y\n"},
+        {{"url", "query", "--params", "s://h/p;t=i;k"}, "", "k=\nt=i\n"},
+        {{"url", "query", "--fragment", "--pair", ",", "--kv", ":", "s://h/#a:1,b:2"}, "", "a=1\nb=2\n"},
+        {{"url", "encode", "a b", "~/x//y"}, "", "a%20b\n%7e/x/%2fy\n"},
+        {{"url", "encode", "--slashes", "-"}, "/a b\n@\n", "%2fa%20b\n%40\n"},
+        {{"url", "decode"}, "a%20b+%00\n", "a b+%00\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(joined(row.args));
+        test::ProcessResult result = kt(row.args, row.input);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, row.out);
+    }
+    EXPECT_EQ(kt({"url", "get", "port", "s://h"}).err, "kt url: unknown component 'port' (see kt url --help)\n");
+    EXPECT_EQ(kt({"url", "split"}).status, 1);
 }
 
 }  // namespace

@@ -6,3 +6,4 @@
 
 int runBase64(cli::Arguments& args);
 int runHex(cli::Arguments& args);
+int runUrl(cli::Arguments& args);

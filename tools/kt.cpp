@@ -28,6 +28,7 @@ struct Command {
 const Command kCommands[] = {
     {"base64", runBase64, "encode or decode Base64 (standard input or a file)"},
     {"hex", runHex, "encode or decode hexadecimal (standard input or a file)"},
+    {"url", runUrl, "split URLs, read their pairs, change components, percent-code"},
     {"version", runVersion, "print the build identification of libkt"},
 };
 
