@@ -60,7 +60,8 @@ public:
     /// The text as a C string ("" in the empty state).
     const char* c_str() const { return data ? reinterpret_cast<const char*>(data) : ""; }
 
-    /// strcmp() equality with `text`.
+    /// Equality of the text with `text`, as strcmp() finds it; the text ends
+    /// at its first NUL or at `length`, whichever comes first.
     bool operator==(const char* text) const;
     bool operator!=(const char* text) const;
     using CBuffer::operator==;

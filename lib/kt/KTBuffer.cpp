@@ -127,8 +127,9 @@ void CBuffer::set(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags) {
     bool release = owner == 1 && old != nullptr;
     init(size, bytes, flags);
     // The copy is made before the old block goes, so `bytes` may lie in it;
-    // a block just freed as the copy's source is not freed twice.
-    bool freedAsSource = (flags & CopyData) && (flags & FreeSource) && bytes == old;
+    // a block just freed as the copy's source is not freed twice. init()
+    // frees its source only when it has copied something.
+    bool freedAsSource = data && (flags & CopyData) && (flags & FreeSource) && bytes == old;
     if (release && old != data && !freedAsSource) std::free(old);
 }
 
