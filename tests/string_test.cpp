@@ -282,6 +282,12 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
         ASSERT_GE(copy.capacity, int(row.memory.size()));
         EXPECT_EQ(kttest::memoryOf(copy, int(row.memory.size())), row.memory);
         EXPECT_EQ(bytesOf(source), row.source);
+        // A copy takes the counted bytes and keeps a NUL after them where its
+        // storage has room (not after a whole number of 512-byte blocks).
+        KT::CString again(copy);
+        EXPECT_EQ(again.length, copy.length);
+        if (again.length % 512 != 0)
+            EXPECT_STREQ(again.c_str(), row.memory.substr(0, size_t(copy.length)).c_str());
     }
 }
 

@@ -156,6 +156,7 @@ void CBuffer::resize(SIntLeast32 needed) {
     if (!data) {
         block = static_cast<UInt8*>(detail::allocate(bytes));
         if (!block) throwResizeFailure();
+        owner = 1;  // the block is the buffer's own, whatever the flag said
     } else if (length == 0) {
         block = static_cast<UInt8*>(detail::allocate(bytes));
         if (!block) throwResizeFailure();
@@ -366,9 +367,16 @@ CData& operator>>(CData& stream, CBuffer& buffer) {
     SIntLeast32 count = std::clamp(prefix, 0, stream.readable());
     // Room for twice the length, as the stream always asked for; the old
     // content is overwritten, so it need not survive the resize.
+    const SIntLeast32 oldLength = buffer.length;
     buffer.length = 0;
-    if (count > buffer.capacity - count)
-        buffer.resize(SIntLeast32(std::min(2 * std::int64_t(count), kMaxCapacity)));
+    if (count > buffer.capacity - count) {
+        try {
+            buffer.resize(SIntLeast32(std::min(2 * std::int64_t(count), kMaxCapacity)));
+        } catch (...) {
+            buffer.length = oldLength;  // a failed read leaves the target as it was
+            throw;
+        }
+    }
     buffer.length = count;
     stream.get(buffer.data, count);
     return stream;

@@ -55,11 +55,22 @@ CString::CString(const char* text) {
 
 CString::CString(const CString& other) : CBuffer() {
     CBuffer::init(other.length, other.data, CopyData);
+    keepTerminatorAfterText();
 }
 
 CString& CString::operator=(const CString& other) {
-    if (this != &other) CBuffer::set(other.length, other.data, CopyData);
+    if (this != &other) {
+        CBuffer::set(other.length, other.data, CopyData);
+        keepTerminatorAfterText();
+    }
     return *this;
+}
+
+void CString::keepTerminatorAfterText() {
+    // A case copy's length leaves its terminator out; copying only `length`
+    // bytes would leave c_str() without one. The NUL goes after the counted
+    // bytes, where the storage has room, and is not counted.
+    if (length > 0 && data[length - 1] != 0 && length < capacity) data[length] = 0;
 }
 
 CString::~CString() = default;
@@ -220,7 +231,7 @@ CString CString::getCaseString(bool upper) const {
     }
     result.length = n;
     // A source whose length did not count its terminator (a case copy) gives
-    // a copy without one inside its bytes; keep one in memory after them.
+    // a copy whose n + 1 bytes hold none; keep one in memory after them.
     if (result.data[n] != 0 && n + 1 < result.capacity) result.data[n + 1] = 0;
     return result;
 }
