@@ -286,8 +286,9 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
         // storage has room (not after a whole number of 512-byte blocks).
         KT::CString again(copy);
         EXPECT_EQ(again.length, copy.length);
-        if (again.length % 512 != 0)
+        if (again.length % 512 != 0) {
             EXPECT_STREQ(again.c_str(), row.memory.substr(0, size_t(copy.length)).c_str());
+        }
     }
 }
 
