@@ -204,9 +204,19 @@ TEST(CodecTest, RandomBytesSurviveARoundTrip) {
 TEST(CodecTest, AllocationFailuresAreThrownAndLeakNothing) {
     const KT::CBuffer plain = bufferOf(std::string(700, 'p'));
     const KT::CBuffer encoded = bufferOf(std::string(1400, 'A'));
+    // Hex results of exactly one 512-byte block: a string's terminator then
+    // needs a second allocation.
+    const KT::CBuffer blockPlain = bufferOf(std::string(256, 'p'));
+    const KT::CBuffer blockEncoded = bufferOf(std::string(1024, 'A'));
     kttest::expectFailures({
         {"encodeHex", [&] { coded(kEncodeHex, plain); }, {299}},
         {"decodeHex", [&] { coded(kDecodeHex, encoded); }, {299}},
+        {"encodeHex into a string",
+         [&] { coded<KT::CString>(kEncodeHex, blockPlain); },
+         {299, 299}},
+        {"decodeHex into a string",
+         [&] { coded<KT::CString>(kDecodeHex, blockEncoded); },
+         {299, 299}},
         {"encodeBase64", [&] { coded<KT::CString>(kEncodeBase64, plain); }, {299}},
         {"decodeBase64", [&] { coded<KT::CString>(kDecodeBase64, encoded); }, {299}},
         {"itself",

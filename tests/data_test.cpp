@@ -204,7 +204,15 @@ TEST(CDataTest, CopiesKeepTheCursorOffset) {
 
 TEST(CDataTest, AllocationFailuresAreThrownAndLeakNothing) {
     const KT::CBuffer written = bufferOf(std::string(600, 'p'));
+    KT::CData filled;
+    filled.put(written.data, 600);
     kttest::expectFailures({
+        {"copy and assignment",
+         [&] {
+             KT::CData copy(filled);
+             copy = filled;
+         },
+         {44, 44}},
         {"put", [&] { KT::CData().put(written.data, 600); }, {299}},
         {"put<int>", [] { KT::CData().put<int>(1); }, {299}},
         {"stream out and in",

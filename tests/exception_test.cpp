@@ -100,11 +100,23 @@ TEST(CExceptionTest, CopyOwnsItsMessage) {
     EXPECT_STREQ(copy.function, "void g()");
 }
 
-TEST(CExceptionTest, ConstructionFailsWithTheCopyOfTheMessage) {
-    KT::CString message("refused");
-    EXPECT_EQ(kttest::failEachAllocation(
-                  [&] { KT::CException("KT::CException", 1, "f.cpp", "void f()", message); }),
-              std::vector<unsigned>{kttest::kBufferInitSite.line});
+TEST(CExceptionTest, AllocationFailuresAreThrownAndLeakNothing) {
+    const KT::CString message("refused");
+    const KT::CException built("KT::CException", 1, "f.cpp", "void f()", message);
+    kttest::expectFailures({
+        {"construction",
+         [&] { KT::CException("KT::CException", 1, "f.cpp", "void f()", message); },
+         {44}},
+        {"copy", [&] { KT::CException copy(built); }, {44}},
+        {"one-line report", [&] { built.getString(); }, {44}},
+        // A throw site allocates its message, then the exception's copy of it.
+        {"a throw site's own exception",
+         [] {
+             kttest::whenThrownBy(kttest::kStringFormatSite,
+                                  [] { KT::CString::createWithFormat("%ls", L"\u00e9"); });
+         },
+         {44, 44}},
+    });
 }
 
 template <class E>

@@ -108,6 +108,25 @@ inline std::vector<unsigned> failEachAllocation(const std::function<void()>& ope
     }
 }
 
+/// Runs `operation`, which must throw the exception of `site` when it has the
+/// memory it needs, and returns once it has: wrapped in it, an operation that
+/// fails by design can go through failEachAllocation(), which then fails the
+/// allocations of the site's own report (its message and the exception's copy
+/// of it). Any other exception passes through.
+inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const KT::CException& thrown) {
+        if (thrown.line() != site.line || std::string(thrown.file()) != site.file) throw;
+        // Not through getString(), which would allocate within the operation.
+        EXPECT_STREQ(thrown.what(), site.type);
+        EXPECT_STREQ(thrown.function, site.function);
+        EXPECT_STREQ(thrown.msg(), site.message);
+        return;
+    }
+    ADD_FAILURE() << "nothing thrown, expected " << site.file << ":" << site.line;
+}
+
 /// An operation and the lines of the sites its allocations fail at.
 struct FailureCase {
     const char* name;

@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "kt/KTException.h"
 #include "kt/KTSocket.h"
 #include "net_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -135,6 +137,27 @@ TEST(RURIParseTest, SelfAssignmentLeavesItUnchanged) {
     KT::RURI& same = uri;
     uri = same;
     expectSameFields(uri, before);
+}
+
+// Every string the descriptor keeps is an allocation of its own. The URL
+// toolkit's results are std::strings from operator new, which the library's
+// fault seam does not reach: they could only fail with std::bad_alloc, which
+// passes through unchanged.
+TEST(RURIParseTest, AllocationFailuresAreThrownAndLeakNothing) {
+    const KT::CString text("rtsp://u:p@h:1/x"), other("http://a:b@other/y");
+    const KT::RURI parsed(text);
+    const unsigned copied = kttest::kBufferInitSite.line;
+    kttest::expectFailures({
+        {"parse", [&] { KT::RURI uri(text); }, std::vector<unsigned>(5, copied)},
+        {"copy", [&] { KT::RURI copy(parsed); }, std::vector<unsigned>(5, copied)},
+        // Over strings that hold memory: each keeps its own when its copy fails.
+        {"assignment",
+         [&] {
+             KT::RURI assigned(other);
+             assigned = parsed;
+         },
+         std::vector<unsigned>(10, copied)},
+    });
 }
 
 TEST_F(RURITest, GetSocketAimsAStreamSocketAtHostAndPort) {
