@@ -225,6 +225,24 @@ private:
     std::thread thread_;
 };
 
+/// A do-nothing SIGUSR1 handler installed without SA_RESTART, so that the
+/// signal breaks a blocking call with EINTR; the old action comes back after.
+class InterruptingSignal {
+public:
+    InterruptingSignal() {
+        struct sigaction action;
+        std::memset(&action, 0, sizeof action);
+        action.sa_handler = [](int) {};
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = 0;
+        ::sigaction(SIGUSR1, &action, &old_);
+    }
+    ~InterruptingSignal() { ::sigaction(SIGUSR1, &old_, nullptr); }
+
+private:
+    struct sigaction old_;
+};
+
 /// The throw sites of the socket sources, as their exceptions report them.
 namespace sites {
 constexpr char kSocketFile[] = "lib/kt/KTSocket.cpp";

@@ -16,6 +16,7 @@
 
 #include "kt/KTException.h"
 #include "net_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -133,6 +134,31 @@ TEST_F(RServerSocketTest, ListenFailureThrowsTheSystemMessage) {
         {"CNetworkException", kServerFile, kListenLine, kListen, std::strerror(EOPNOTSUPP)});
 }
 
+// Without memory for its report, a failure surfaces as the allocation's own
+// exception, and a failed constructor still closes its descriptor.
+TEST_F(RServerSocketTest, ReportsThatRunOutOfMemoryLeaveNothingOpen) {
+    Server first;
+    const std::uint16_t taken = kttest::localPort(first.socket.descriptor);
+    KT::RServerSocket datagrams("127.0.0.1", 0, SOCK_DGRAM, 0);
+    const kttest::ThrowSite bindSite{"CNetworkException", kBindLine, kSocketFile, kBind,
+                                     std::strerror(EADDRINUSE)};
+    const kttest::ThrowSite listenSite{"CNetworkException", kListenLine, kServerFile, kListen,
+                                       std::strerror(EOPNOTSUPP)};
+    const int open = kttest::openDescriptors();
+    kttest::expectFailures({
+        {"bind",
+         [&] {
+             kttest::whenThrownBy(bindSite,
+                                  [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); });
+         },
+         {44, 44}},
+        {"listen",
+         [&] { kttest::whenThrownBy(listenSite, [&] { datagrams.listen(1); }); },
+         {44, 44}},
+    });
+    EXPECT_EQ(kttest::openDescriptors(), open);
+}
+
 TEST_F(RServerSocketTest, BacklogGoesToTheSystemUnchanged) {
     for (int backlog : {-1, 0, 1 << 30}) {
         SCOPED_TRACE(backlog);
@@ -153,26 +179,8 @@ TEST_F(RServerSocketTest, AcceptFailsWithoutListeningAndReturnsNothingAfterClose
     EXPECT_EQ(server.accept().descriptor, -1);
 }
 
-// A do-nothing SIGUSR1 handler installed without SA_RESTART, so that the
-// signal breaks a blocking call with EINTR; the old action comes back after.
-class InterruptingSignal {
-public:
-    InterruptingSignal() {
-        struct sigaction action;
-        std::memset(&action, 0, sizeof action);
-        action.sa_handler = [](int) {};
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = 0;
-        ::sigaction(SIGUSR1, &action, &old_);
-    }
-    ~InterruptingSignal() { ::sigaction(SIGUSR1, &old_, nullptr); }
-
-private:
-    struct sigaction old_;
-};
-
 TEST_F(RServerSocketTest, SignalInterruptsAcceptAndTheNextAcceptWorks) {
-    InterruptingSignal signal;
+    kttest::InterruptingSignal signal;
     Server server;
     std::atomic<bool> done{false};
     std::exception_ptr thrown;
