@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -11,23 +10,12 @@
 
 namespace {
 
-const std::string kTool = std::string(KT_TEST_BINARY_DIR) + "/bin/kt";
-
-test::ProcessResult kt(std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.begin(), kTool);
-    return test::runProcess(args, input);
-}
+using test::kt;
+using test::randomBytes;
 
 // Runs a shell pipeline (for the system's own base64 and xxd).
 test::ProcessResult shell(const std::string& command, const std::string& input = "") {
     return test::runProcess({"/bin/sh", "-c", command}, input);
-}
-
-std::string randomBytes(std::size_t size, unsigned seed) {
-    std::mt19937 generator(seed);
-    std::string bytes(size, '\0');
-    for (char& c : bytes) c = char(generator() & 0xFF);
-    return bytes;
 }
 
 class ScratchFile {
