@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTString.h"
 

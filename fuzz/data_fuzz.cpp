@@ -2,7 +2,7 @@
 // written data, whatever the length prefixes say.
 #include <cstdint>
 
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTString.h"
 

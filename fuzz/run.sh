@@ -18,7 +18,7 @@ for t in "${targets[@]}"; do
   work=build/fuzz/work/$t
   mkdir -p "$work/corpus" "$work/artifacts"
   dict=()
-  [[ $t == url* || $t == uri* ]] && dict=(-dict=fuzz/url.dict)
+  [[ $t == url* || $t == uri* || $t == kvmap* ]] && dict=(-dict=fuzz/url.dict)
   log=$work/log.txt
   if build/fuzz/bin/$t "$work/corpus" "fuzz/corpus/$t" "${dict[@]}" \
        -max_total_time="$seconds" -rss_limit_mb=4096 -max_len=4096 -print_final_stats=1 \

@@ -18,6 +18,12 @@ test::ProcessResult shell(const std::string& command, const std::string& input =
     return test::runProcess({"/bin/sh", "-c", command}, input);
 }
 
+std::string joined(const std::vector<std::string>& args) {
+    std::string line;
+    for (const std::string& arg : args) line += (line.empty() ? "" : " ") + arg;
+    return line;
+}
+
 class ScratchFile {
 public:
     explicit ScratchFile(const std::string& content) {
@@ -75,7 +81,7 @@ TEST(ToolTest, CommandLineErrorsAndHelp) {
         {{"serve", "--root", "/dev/null"}, 2, "", "kt serve: '/dev/null' is not a folder\n"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.args[0] + (row.args.size() > 1 ? " " + row.args[1] : ""));
+        SCOPED_TRACE(joined(row.args));
         test::ProcessResult result = kt(row.args);
         EXPECT_EQ(result.status, row.status);
         EXPECT_EQ(result.out.substr(0, row.outStart.size()), row.outStart);
@@ -151,7 +157,7 @@ TEST(ToolTest, UrlCommands) {
         {{"url", "decode"}, "a%20b+%00\n", "a b+%00\n"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.args[1] + " " + row.args[2]);
+        SCOPED_TRACE(joined(row.args));
         test::ProcessResult result = kt(row.args, row.input);
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.out, row.out);

@@ -57,10 +57,14 @@ public:
     void encodeBase64(const CBuffer& source, int adjustment) override;
     void decodeBase64(const CBuffer& source, int adjustment) override;
 
-    /// The text as a C string ("" in the empty state).
+    /// The text as a C string ("" in the empty state). It ends at the first
+    /// NUL in the storage: every string this library makes holds one, except
+    /// a copy of a case copy whose length fills whole 512-byte blocks (a case
+    /// copy's length leaves its terminator out, and a copy takes `length`).
     const char* c_str() const { return data ? reinterpret_cast<const char*>(data) : ""; }
 
-    /// strcmp() equality with `text`.
+    /// Equality of the text with `text`, as strcmp() finds it; the text ends
+    /// at its first NUL or at `length`, whichever comes first.
     bool operator==(const char* text) const;
     bool operator!=(const char* text) const;
     using CBuffer::operator==;
@@ -82,7 +86,9 @@ public:
     /// Always returns -1: backward search for a text is not supported.
     int reverseFind(const CString& text, int start) const;
     /// Returns up to `count` characters from `start` (`count` 0: to the end)
-    /// as a new string. A start at or past the length gives "".
+    /// as a new string. A start at or past the length gives "" borrowed from
+    /// one static byte shared by all such results (owner 0): read it, never
+    /// write to it (growing it with append() or a codec makes a copy first).
     CString getSubString(int start, int count) const;
     /// Returns a copy with A-Z mapped to a-z. Unlike other strings, the copy's
     /// length does not count its terminator (which is present in memory).
@@ -96,6 +102,9 @@ public:
     void addTerminator();
 
 private:
+    /// Writes a NUL just after the counted bytes when they do not end in one
+    /// and the storage has room, without counting it, so that c_str() ends.
+    void keepTerminatorAfterText();
     /// The common body of the two case copies.
     CString getCaseString(bool upper) const;
 };

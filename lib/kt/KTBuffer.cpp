@@ -127,8 +127,9 @@ void CBuffer::set(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags) {
     bool release = owner == 1 && old != nullptr;
     init(size, bytes, flags);
     // The copy is made before the old block goes, so `bytes` may lie in it;
-    // a block just freed as the copy's source is not freed twice.
-    bool freedAsSource = (flags & CopyData) && (flags & FreeSource) && bytes == old;
+    // a block just freed as the copy's source is not freed twice. init()
+    // frees its source only when it has copied something.
+    bool freedAsSource = data && (flags & CopyData) && (flags & FreeSource) && bytes == old;
     if (release && old != data && !freedAsSource) std::free(old);
 }
 
@@ -155,6 +156,7 @@ void CBuffer::resize(SIntLeast32 needed) {
     if (!data) {
         block = static_cast<UInt8*>(detail::allocate(bytes));
         if (!block) throwResizeFailure();
+        owner = 1;  // the block is the buffer's own, whatever the flag said
     } else if (length == 0) {
         block = static_cast<UInt8*>(detail::allocate(bytes));
         if (!block) throwResizeFailure();
@@ -365,9 +367,16 @@ CData& operator>>(CData& stream, CBuffer& buffer) {
     SIntLeast32 count = std::clamp(prefix, 0, stream.readable());
     // Room for twice the length, as the stream always asked for; the old
     // content is overwritten, so it need not survive the resize.
+    const SIntLeast32 oldLength = buffer.length;
     buffer.length = 0;
-    if (count > buffer.capacity - count)
-        buffer.resize(SIntLeast32(std::min(2 * std::int64_t(count), kMaxCapacity)));
+    if (count > buffer.capacity - count) {
+        try {
+            buffer.resize(SIntLeast32(std::min(2 * std::int64_t(count), kMaxCapacity)));
+        } catch (...) {
+            buffer.length = oldLength;  // a failed read leaves the target as it was
+            throw;
+        }
+    }
     buffer.length = count;
     stream.get(buffer.data, count);
     return stream;

@@ -1,6 +1,9 @@
 #include "KTCodec.h"
 
 #include <array>
+#include <atomic>
+
+#include "KTCodecKernels.h"
 
 namespace KT {
 namespace codec {
@@ -28,7 +31,9 @@ constexpr std::array<std::int8_t, 256> kBase64Values = [] {
     return table;
 }();
 
-}  // namespace
+// ---------------------------------------------------------------- scalar
+
+namespace scalar {
 
 void hexEncode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
     for (std::size_t i = 0; i < n; ++i) {
@@ -85,6 +90,80 @@ std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* ou
     }
     return std::size_t(out - start);
 }
+
+}  // namespace scalar
+}  // namespace
+
+const KernelSet kScalarKernels = {Kernel::Scalar, scalar::hexEncode, scalar::hexDecode,
+                                  scalar::base64Encode, scalar::base64Decode};
+
+// ---------------------------------------------------------------- dispatch
+
+namespace {
+
+// The sets this build has, slowest first.
+const KernelSet* const kSets[] = {
+    &kScalarKernels,
+#ifdef KT_CODEC_X86
+    &kAvx2Kernels,
+#endif
+};
+
+bool cpuRuns(Kernel kernel) {
+#ifdef KT_CODEC_X86
+    // Also needed when the first codec call comes from a static constructor.
+    __builtin_cpu_init();
+    if (kernel == Kernel::Avx2) return __builtin_cpu_supports("avx2");
+#endif
+    return kernel == Kernel::Scalar;
+}
+
+// The set in use; null until the first call picks the fastest one. The sets
+// are constants, so relaxed loads see them whole.
+std::atomic<const KernelSet*> gActive{nullptr};
+
+const KernelSet& fastest() {
+    const KernelSet* set = kSets[0];
+    for (const KernelSet* candidate : kSets)
+        if (cpuRuns(candidate->kernel)) set = candidate;
+    gActive.store(set, std::memory_order_relaxed);
+    return *set;
+}
+
+const KernelSet& active() {
+    const KernelSet* set = gActive.load(std::memory_order_relaxed);
+    return set ? *set : fastest();
+}
+
+}  // namespace
+
+void hexEncode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
+    active().hexEncode(in, n, out);
+}
+
+void hexDecode(const std::uint8_t* in, std::size_t pairs, std::uint8_t* out) {
+    active().hexDecode(in, pairs, out);
+}
+
+std::size_t base64Encode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
+    return active().base64Encode(in, n, out);
+}
+
+std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
+    return active().base64Decode(in, n, out);
+}
+
+bool selectKernel(Kernel kernel) {
+    for (const KernelSet* set : kSets) {
+        if (set->kernel == kernel && cpuRuns(kernel)) {
+            gActive.store(set, std::memory_order_relaxed);
+            return true;
+        }
+    }
+    return false;
+}
+
+Kernel activeKernel() { return active().kernel; }
 
 }  // namespace codec
 }  // namespace KT

@@ -1,6 +1,9 @@
 // Private: the hex and Base64 kernels over raw bytes, shared by the buffer
 // and string codecs. Output sizes are the caller's business: each kernel
 // writes exactly what it returns (or what its comment says).
+//
+// Each operation runs on the fastest kernel set this machine supports,
+// chosen at the first call; every set gives the same bytes as the plain one.
 #pragma once
 
 #include <cstddef>
@@ -22,6 +25,16 @@ std::size_t base64Encode(const std::uint8_t* in, std::size_t n, std::uint8_t* ou
 /// 3 * (n / 4). A group holding two "=" or invalid characters gives one
 /// byte, one gives two bytes, any other count three.
 std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* out);
+
+/// The kernel sets: plain C++, and x86-64 vector code.
+enum class Kernel { Scalar, Avx2 };
+
+/// Makes every later call use `kernel`'s set and returns true; returns false
+/// and changes nothing when this build or this CPU cannot run it. For tests
+/// and benchmarks that compare the sets; the library never calls it.
+bool selectKernel(Kernel kernel);
+/// The set the operations use now.
+Kernel activeKernel();
 
 }  // namespace codec
 }  // namespace KT

@@ -28,6 +28,23 @@ struct ArgumentsCopy {
     va_list list;
 };
 
+// The text at `start`: the bytes in use from there up to the first NUL among
+// them, as a C string reads, but never past `length` (bytes stored without a
+// terminator, or a case copy whose terminator lies just after them).
+std::string_view textAt(const CString& string, int start) {
+    if (!string.data || start < 0 || string.length <= start) return {};
+    std::string_view rest(reinterpret_cast<const char*>(string.data) + start,
+                          size_t(string.length - start));
+    return rest.substr(0, rest.find('\0'));
+}
+
+// Index of the first `needle` in the text at `start`, or -1.
+int findText(const CString& string, std::string_view needle, int start) {
+    if (start < 0 || string.length <= start) return -1;
+    std::size_t at = textAt(string, start).find(needle);
+    return at == std::string_view::npos ? -1 : start + int(at);
+}
+
 }  // namespace
 
 CString::CString(const char* text) {
@@ -38,11 +55,22 @@ CString::CString(const char* text) {
 
 CString::CString(const CString& other) : CBuffer() {
     CBuffer::init(other.length, other.data, CopyData);
+    keepTerminatorAfterText();
 }
 
 CString& CString::operator=(const CString& other) {
-    if (this != &other) CBuffer::set(other.length, other.data, CopyData);
+    if (this != &other) {
+        CBuffer::set(other.length, other.data, CopyData);
+        keepTerminatorAfterText();
+    }
     return *this;
+}
+
+void CString::keepTerminatorAfterText() {
+    // A case copy's length leaves its terminator out; copying only `length`
+    // bytes would leave c_str() without one. The NUL goes after the counted
+    // bytes, where the storage has room, and is not counted.
+    if (length > 0 && data[length - 1] != 0 && length < capacity) data[length] = 0;
 }
 
 CString::~CString() = default;
@@ -135,7 +163,7 @@ void CString::decodeBase64(const CBuffer& source, int adjustment) {
 }
 
 bool CString::operator==(const char* text) const {
-    return std::strcmp(c_str(), text ? text : "") == 0;
+    return textAt(*this, 0) == std::string_view(text ? text : "");
 }
 
 bool CString::operator!=(const char* text) const { return !(*this == text); }
@@ -149,16 +177,12 @@ int CString::find(char c, int start) const {
 }
 
 int CString::find(const char* text, int start) const {
-    if (start < 0 || length <= start) return -1;
-    // Like strstr from `start`, but never reading past `length`, even when
-    // the text holds no NUL.
-    std::string_view rest(reinterpret_cast<const char*>(data) + start, size_t(length - start));
-    rest = rest.substr(0, rest.find('\0'));
-    std::size_t at = rest.find(text ? text : "");
-    return at == std::string_view::npos ? -1 : start + int(at);
+    return findText(*this, text ? text : "", start);
 }
 
-int CString::find(const CString& text, int start) const { return find(text.c_str(), start); }
+int CString::find(const CString& text, int start) const {
+    return findText(*this, textAt(text, 0), start);
+}
 
 int CString::reverseFind(char c, int start) const {
     if (length <= start) return -1;
@@ -207,7 +231,7 @@ CString CString::getCaseString(bool upper) const {
     }
     result.length = n;
     // A source whose length did not count its terminator (a case copy) gives
-    // a copy without one inside its bytes; keep one in memory after them.
+    // a copy whose n + 1 bytes hold none; keep one in memory after them.
     if (result.data[n] != 0 && n + 1 < result.capacity) result.data[n + 1] = 0;
     return result;
 }

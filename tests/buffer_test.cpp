@@ -1,0 +1,312 @@
+#include "kt/KTBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <tuple>
+
+#include "test_support.h"
+
+namespace {
+
+using kttest::bufferOf;
+using kttest::bytesOf;
+
+// A malloc'd copy of `text` (without terminator), as adopted memory must be.
+KT::UInt8* mallocCopy(const std::string& text) {
+    auto* block = static_cast<KT::UInt8*>(std::malloc(text.size()));
+    std::memcpy(block, text.data(), text.size());
+    return block;
+}
+
+TEST(CBufferTest, GrowsInBlocksOf512) {
+    const int rows[][2] = {{0, 0},      {1, 512},     {511, 512}, {512, 512},
+                           {513, 1024}, {1025, 1536}, {-5, 0},    {4096, 4096}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[0]);
+        KT::CBuffer constructed(row[0]), resized;
+        resized.resize(row[0]);
+        for (const KT::CBuffer* buffer : {&constructed, &resized}) {
+            EXPECT_EQ(buffer->capacity, row[1]);
+            EXPECT_EQ(buffer->length, 0);
+            EXPECT_EQ(buffer->owner, 1);
+            EXPECT_EQ(buffer->data == nullptr, row[1] == 0);
+        }
+    }
+}
+
+// init() into an empty buffer and set() over an owning one take the caller's
+// block alike. The sanitizer build reports a leak or a double free where the
+// buffer releases the wrong block.
+TEST(CBufferTest, InitAndSetTakeMemoryAsTheFlagsSay) {
+    for (int flags = 0; flags < 8; ++flags) {
+        SCOPED_TRACE(flags);
+        bool copies = flags & KT::CopyData;
+        bool releasesSource = copies ? (flags & KT::FreeSource) : !(flags & KT::NoOwnership);
+        for (bool viaSet : {false, true}) {
+            KT::UInt8* source = mallocCopy("0123456789");
+            {
+                KT::CBuffer buffer = bufferOf(viaSet ? "old contents" : "");
+                viaSet ? buffer.set(10, source, KT::ConstructionFlags(flags))
+                       : buffer.init(10, source, KT::ConstructionFlags(flags));
+                EXPECT_EQ(bytesOf(buffer), "0123456789");
+                EXPECT_EQ(buffer.data == source, !copies);
+                EXPECT_EQ(buffer.capacity, copies ? 512 : 10);
+                EXPECT_EQ(buffer.owner, copies || releasesSource ? 1 : 0);
+            }
+            if (!releasesSource) {
+                EXPECT_EQ(std::memcmp(source, "0123456789", 10), 0);
+                std::free(source);
+            }
+        }
+    }
+}
+
+TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
+    struct Row {
+        int size;
+        bool nullBytes;
+    };
+    const Row rows[] = {{0, false}, {-1, false}, {INT_MIN, false}, {10, true}};
+    for (const Row& row : rows) {
+        for (int flags = 0; flags < 8; ++flags) {
+            SCOPED_TRACE(std::to_string(row.size) + " bytes, flags " + std::to_string(flags));
+            KT::UInt8* source = mallocCopy("0123456789");
+            KT::UInt8* bytes = row.nullBytes ? nullptr : source;
+            KT::CBuffer initialised(100), replaced = bufferOf("old contents");
+            KT::UInt8* old = initialised.data;
+            initialised.init(row.size, bytes, KT::ConstructionFlags(flags));
+            std::free(old);  // init() does not release what the buffer held
+            // set() releases the old block, also when it is the source.
+            replaced.set(row.size, row.nullBytes ? nullptr : replaced.data,
+                         KT::ConstructionFlags(flags));
+            for (const KT::CBuffer* buffer : {&initialised, &replaced}) {
+                EXPECT_EQ(buffer->data, nullptr);
+                EXPECT_EQ(buffer->capacity, 0);
+                EXPECT_EQ(buffer->length, 0);
+                EXPECT_EQ(buffer->owner, 1);
+            }
+            std::free(source);
+        }
+    }
+}
+
+TEST(CBufferTest, SetMayTakeItsOwnBytes) {
+    KT::CBuffer copied = bufferOf("abcdef");
+    copied.set(3, copied.data + 2, KT::CopyData);
+    EXPECT_EQ(bytesOf(copied), "cde");
+
+    KT::CBuffer copiedAndFreed = bufferOf("abcdef");
+    copiedAndFreed.set(4, copiedAndFreed.data, KT::CopyData | KT::FreeSource);
+    EXPECT_EQ(bytesOf(copiedAndFreed), "abcd");
+
+    KT::CBuffer adopted = bufferOf("abcdef");
+    KT::UInt8* block = adopted.data;
+    adopted.set(2, block, KT::ConstructionFlags(0));
+    EXPECT_EQ(adopted.data, block);
+    EXPECT_EQ(adopted.capacity, 2);
+    EXPECT_EQ(bytesOf(adopted), "ab");
+}
+
+// The states resize() treats differently; a borrowing buffer borrows `borrowed`.
+enum class Start { Empty, Owning, OwningEmpty, Adopted, Borrowing, BorrowingEmpty };
+
+struct ResizeRow {
+    const char* name;
+    Start start;
+    std::string kept;  // the bytes in use, which resize() keeps
+};
+
+const ResizeRow kResizeRows[] = {
+    {"empty", Start::Empty, ""},
+    {"owning with content", Start::Owning, "abc"},
+    {"owning without content", Start::OwningEmpty, ""},
+    {"adopted with content", Start::Adopted, "abc"},
+    {"borrowing with content", Start::Borrowing, "abc"},
+    {"borrowing without content", Start::BorrowingEmpty, ""},
+};
+
+void prepare(KT::CBuffer& buffer, Start start, KT::UInt8* borrowed) {
+    switch (start) {
+        case Start::Empty:
+            break;
+        case Start::Owning:
+            buffer = bufferOf("abc");
+            break;
+        case Start::OwningEmpty:
+            buffer.resize(100);
+            break;
+        case Start::Adopted:
+            buffer.set(3, mallocCopy("abc"), KT::ConstructionFlags(0));
+            break;
+        case Start::Borrowing:
+        case Start::BorrowingEmpty:
+            buffer.set(3, borrowed, KT::NoOwnership);
+            if (start == Start::BorrowingEmpty) buffer.clear();
+            break;
+    }
+}
+
+// Whatever the path, a resize that cannot be had leaves the buffer as it
+// was, one that is not needed does nothing, and growing gives an owned block.
+TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
+    for (const ResizeRow& row : kResizeRows) {
+        SCOPED_TRACE(row.name);
+        KT::UInt8 borrowed[3] = {'a', 'b', 'c'};
+        KT::CBuffer buffer;
+        prepare(buffer, row.start, borrowed);
+        auto fields = [&] {
+            return std::make_tuple(buffer.data, buffer.capacity, buffer.length, buffer.owner);
+        };
+        const auto before = fields();
+        KT::detail::failAllocation(1);
+        EXPECT_THROW(buffer.resize(buffer.capacity + 1), KT::CException);
+        KT::detail::failAllocation(0);
+        EXPECT_THROW(buffer.resize(INT_MAX), KT::CException);
+        buffer.resize(buffer.capacity);
+        buffer.resize(-1);
+        EXPECT_EQ(fields(), before);
+
+        buffer.resize(513);
+        EXPECT_EQ(buffer.capacity, 1024);
+        EXPECT_EQ(buffer.owner, 1);
+        EXPECT_NE(buffer.data, borrowed);
+        EXPECT_EQ(bytesOf(buffer), row.kept);
+        EXPECT_EQ(std::memcmp(borrowed, "abc", 3), 0);
+    }
+}
+
+TEST(CBufferTest, AppendGrowsToTheLengthNeeded) {
+    const std::string text(1024, 'x');
+    const auto* bytes = reinterpret_cast<const KT::UInt8*>(text.data());
+    KT::CBuffer buffer;
+    const int rows[][3] = {
+        {600, 600, 1024}, {424, 1024, 1024}, {1, 1025, 1536}, {0, 1025, 1536}, {-3, 1025, 1536}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[0]);
+        buffer.append(row[0], bytes);
+        EXPECT_EQ(buffer.length, row[1]);
+        EXPECT_EQ(buffer.capacity, row[2]);
+    }
+    EXPECT_EQ(bytesOf(buffer), std::string(1025, 'x'));
+}
+
+TEST(CBufferTest, AppendOfItsOwnBytesSurvivesTheMove) {
+    std::string text(512, '\0');
+    for (size_t i = 0; i < text.size(); ++i) text[i] = char(i * 7);
+    KT::CBuffer buffer = bufferOf(text);
+    buffer.append(buffer.length, buffer.data);
+    EXPECT_EQ(bytesOf(buffer), text + text);
+
+    KT::CBuffer borrowing;
+    borrowing.set(int(text.size()), reinterpret_cast<KT::UInt8*>(&text[0]), KT::NoOwnership);
+    borrowing.append(10, borrowing.data + 1);
+    EXPECT_EQ(bytesOf(borrowing), text + text.substr(1, 10));
+    EXPECT_EQ(borrowing.owner, 1);
+}
+
+TEST(CBufferTest, OrderLooksOnlyAtTheCommonPrefix) {
+    struct Row {
+        std::string a, b;
+        bool equal, less, greater;
+    };
+    const Row rows[] = {
+        {"abc", "abd", false, true, false},
+        {"abd", "abc", false, false, true},
+        {"abc", "abcd", false, false, false},
+        {"abcd", "abc", false, false, false},
+        {"abc", "abc", true, false, false},
+        {"", "", true, false, false},
+        {"", "a", false, false, false},
+        {"\x80", "\x01", false, false, true},
+        {std::string("a\0b", 3), std::string("a\0c", 3), false, true, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.a + " vs " + row.b);
+        KT::CBuffer a = bufferOf(row.a), b = bufferOf(row.b);
+        EXPECT_EQ(a == b, row.equal);
+        EXPECT_EQ(a != b, !row.equal);
+        EXPECT_EQ(a < b, row.less);
+        EXPECT_EQ(a > b, row.greater);
+    }
+}
+
+TEST(CBufferTest, ZeroFillsTheWholeCapacityAndClearKeepsIt) {
+    KT::CBuffer cleared = bufferOf("abc"), zeroed = bufferOf("abc");
+    std::memset(zeroed.data + 3, 0x5A, 509);
+    cleared.clear();
+    zeroed.zero();
+    EXPECT_EQ(cleared.length, 0);
+    EXPECT_EQ(kttest::memoryOf(cleared, 3), "abc");
+    EXPECT_EQ(zeroed.length, 0);
+    EXPECT_EQ(kttest::memoryOf(zeroed, 512), std::string(512, '\0'));
+
+    KT::CBuffer empty;
+    empty.length = 3;  // without storage, zero() changes nothing
+    empty.zero();
+    EXPECT_EQ(empty.length, 3);
+}
+
+TEST(CBufferTest, CopiesAreDeepAndMovesTakeTheStorage) {
+    KT::UInt8 borrowed[3] = {'a', 'b', 'c'};
+    KT::CBuffer source;
+    source.set(3, borrowed, KT::NoOwnership);
+    KT::CBuffer copy(source), assigned = bufferOf("old");
+    assigned = source;
+    for (const KT::CBuffer* buffer : {&copy, &assigned}) {
+        EXPECT_NE(buffer->data, borrowed);
+        EXPECT_EQ(buffer->owner, 1);
+        EXPECT_EQ(buffer->capacity, 512);
+        EXPECT_EQ(bytesOf(*buffer), "abc");
+    }
+    KT::CBuffer& self = assigned;
+    assigned = self;
+    EXPECT_EQ(bytesOf(assigned), "abc");
+
+    KT::UInt8* data = copy.data;
+    KT::CBuffer moved(std::move(copy));
+    EXPECT_EQ(moved.data, data);
+    EXPECT_EQ(copy.data, nullptr);
+    EXPECT_EQ(copy.capacity, 0);
+}
+
+TEST(CBufferTest, AllocationFailuresAreThrownAndLeakNothing) {
+    KT::UInt8 bytes[600] = {};
+    kttest::expectFailures({
+        {"constructor", [] { KT::CBuffer(10); }, {220}},
+        {"copy",
+         [] {
+             KT::CBuffer source = bufferOf("abc"), copy(source);
+             copy = source;
+         },
+         {44, 44, 44}},
+        {"init", [&] { KT::CBuffer().init(600, bytes, KT::CopyData); }, {44}},
+        {"resize", [] { KT::CBuffer(1).resize(513); }, {220, 299}},
+        {"append",
+         [&] {
+             KT::CBuffer buffer;
+             buffer.append(600, bytes);
+             buffer.append(600, bytes);
+         },
+         {299, 299}},
+    });
+}
+
+TEST(RBufferTest, DestroyedThroughEitherBase) {
+    auto* counted = new KT::RBuffer(100);
+    counted->append(3, reinterpret_cast<const KT::UInt8*>("abc"));
+    delete static_cast<ktbase::object_refcount*>(counted);
+
+    auto* shared = new KT::RBuffer(1);
+    ktbase::ref<KT::RBuffer> first(shared), second = first;
+    EXPECT_EQ(shared->refcount(), 2);
+    first.reset();
+    second->append(2, reinterpret_cast<const KT::UInt8*>("ok"));
+    EXPECT_EQ(shared->refcount(), 1);
+    EXPECT_EQ(bytesOf(*second), "ok");
+}
+
+}  // namespace

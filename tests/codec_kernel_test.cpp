@@ -1,0 +1,332 @@
+#include "KTCodec.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kt/KTBuffer.h"
+#include "kt/KTString.h"
+
+namespace {
+
+using KT::codec::Kernel;
+using Bytes = std::vector<std::uint8_t>;
+
+const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+const char kHexDigits[] = "0123456789ABCDEFabcdef";
+
+std::string kernelName(Kernel kernel) { return kernel == Kernel::Scalar ? "Scalar" : "Avx2"; }
+
+Bytes bytesOf(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+// The bytes that a row writes as hex text; the test's own reading, so that
+// the known answers do not depend on the codec under test.
+Bytes bytesOfHex(const std::string& hex) {
+    Bytes bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(std::uint8_t(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+enum class Op { HexEncode, HexDecode, Base64Encode, Base64Decode };
+
+const char* nameOf(Op op) {
+    switch (op) {
+        case Op::HexEncode: return "hexEncode";
+        case Op::HexDecode: return "hexDecode";
+        case Op::Base64Encode: return "base64Encode";
+        case Op::Base64Decode: return "base64Decode";
+    }
+    return "?";
+}
+
+// Guard bytes after the room an operation may use: a kernel that writes past
+// its output changes them.
+constexpr std::size_t kGuard = 64;
+constexpr std::uint8_t kGuardByte = 0xA5;
+
+// The output of `op` on `input` with the active set, followed by the guard
+// bytes that come after it.
+Bytes run(Op op, const Bytes& input) {
+    Bytes out(2 * input.size() + 4 + kGuard, kGuardByte);
+    const std::uint8_t* in = input.data();
+    std::size_t n = input.size(), written = 0;
+    switch (op) {
+        case Op::HexEncode: KT::codec::hexEncode(in, n, out.data()); written = 2 * n; break;
+        case Op::HexDecode: KT::codec::hexDecode(in, n / 2, out.data()); written = n / 2; break;
+        case Op::Base64Encode: written = KT::codec::base64Encode(in, n, out.data()); break;
+        case Op::Base64Decode: written = KT::codec::base64Decode(in, n, out.data()); break;
+    }
+    out.resize(written + kGuard);
+    return out;
+}
+
+// A deterministic source of test data.
+class Generator {
+public:
+    std::uint8_t byte() { return std::uint8_t(random_() >> 24); }
+    std::size_t below(std::size_t n) { return std::size_t(random_() % n); }
+    Bytes bytes(std::size_t n) {
+        Bytes result(n);
+        for (auto& b : result) b = byte();
+        return result;
+    }
+    // n characters drawn from `set`.
+    Bytes text(std::size_t n, const char* set) {
+        std::size_t size = std::strlen(set);
+        Bytes result(n);
+        for (auto& c : result) c = std::uint8_t(set[below(size)]);
+        return result;
+    }
+
+private:
+    std::mt19937 random_{20240601};
+};
+
+// Runs each test with the kernel set it is given (skipped where the CPU
+// lacks it), then restores the set that was active.
+class KernelTest : public testing::TestWithParam<Kernel> {
+protected:
+    void SetUp() override {
+        if (!KT::codec::selectKernel(GetParam())) GTEST_SKIP() << "the CPU lacks this set";
+    }
+    void TearDown() override { KT::codec::selectKernel(saved_); }
+
+private:
+    Kernel saved_ = KT::codec::activeKernel();
+};
+
+// ---------------------------------------------------------------- known answers
+
+// Exact bytes under every set, the scalar one included, with inputs long
+// enough for the vector loops.
+class CodecKernelAnswerTest : public KernelTest {};
+
+// Expects `op` on `input` to give exactly `expected` and to leave the
+// guard bytes after it alone.
+void expectOutput(Op op, const Bytes& input, const Bytes& expected) {
+    Bytes want = expected;
+    want.insert(want.end(), kGuard, kGuardByte);
+    EXPECT_EQ(run(op, input), want) << nameOf(op);
+}
+
+struct Base64Row {
+    const char* plainHex;
+    const char* text;
+};
+
+// Round trips: the text encodes the bytes and decodes back to them.
+const Base64Row kBase64Rows[] = {
+    {"000102030405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F"
+     "202122232425262728292A2B2C2D2E2F",
+     "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8gISIjJCUmJygpKissLS4v"},
+    // Every sextet once, in order: the whole alphabet.
+    {"00108310518720928B30D38F41149351559761969B71D79F8218A39259A7A29AABB2DBAFC31CB3D35DB7"
+     "E39EBBF3DFBF",
+     kAlphabet},
+    {"C8C9CACBCCCDCECFD0D1D2D3D4D5D6D7D8D9DADBDCDDDEDFE0E1E2E3E4E5E6E7E8E9EAEBECEDEEEFF0F1"
+     "F2F3F4F5F6F7F8F9FAFBFCFDFE",
+     "yMnKy8zNzs/Q0dLT1NXW19jZ2tvc3d7f4OHi4+Tl5ufo6err7O3u7/Dx8vP09fb3+Pn6+/z9/g=="},
+};
+
+TEST_P(CodecKernelAnswerTest, Base64RoundTripsGiveExactBytes) {
+    for (const Base64Row& row : kBase64Rows) {
+        SCOPED_TRACE(row.text);
+        expectOutput(Op::Base64Encode, bytesOfHex(row.plainHex), bytesOf(row.text));
+        expectOutput(Op::Base64Decode, bytesOf(row.text), bytesOfHex(row.plainHex));
+    }
+}
+
+struct DecodeRow {
+    const char* text;
+    const char* decodedHex;
+};
+
+TEST_P(CodecKernelAnswerTest, Base64DecodeCountsPadsAndInvalidCharactersPerGroup) {
+    const DecodeRow rows[] = {
+        // A padded group in the middle gives one byte; decoding goes on.
+        {"TWFuTQ==TWFuTWFuTWFuTWFuTWFuTWFu", "4D616E4D4D616E4D616E4D616E4D616E4D616E4D616E"},
+        // An invalid character counts as a pad and takes part as 255.
+        {"TWFuTWFuTWFuTWFuTWFuTWFuTWFuTW*u", "4D616E4D616E4D616E4D616E4D616E4D616E4D616E4D6F"},
+        // A stray "=" shifts the groups after it; the partial tail is dropped.
+        {"TWFuTWFuTWFuTWFuTWFuTWFuTWFuTWFu=TWFuTWFu",
+         "4D616E4D616E4D616E4D616E4D616E4D616E4D616E4D616EFD35B93585"},
+        {"TWFuTWFuTWFuTWFuTWFuTWFuTWFuTWFuTW=uT=F=====TWFu!WFuTWFuTWFuTWFuTWFuTWF",
+         "4D616E4D616E4D616E4D616E4D616E4D616E4D616E4D616E4D6F4FFFFFFF4D616EFD614D616E4D616E4D61"
+         "6E4D616E"},
+    };
+    for (const DecodeRow& row : rows) {
+        SCOPED_TRACE(row.text);
+        expectOutput(Op::Base64Decode, bytesOf(row.text), bytesOfHex(row.decodedHex));
+    }
+}
+
+TEST_P(CodecKernelAnswerTest, HexGivesExactBytes) {
+    const DecodeRow rows[] = {
+        {"000102030405060708090a0B0c0D0e0F101112131415161718191A1b1C1d1E1f",
+         "000102030405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F"},
+        // "zz" gives FF, "z0" F0; the blocks around them decode as usual.
+        {"000102030405060708090a0B0c0D0e0F101112131415161718191A1b1C1d1E1fzzz0AbcDeF20212223242526"
+         "2728292A2B2C2D2E2F303132333435363738393A3B3C3D3E3F404142434445464748494a4b4c4d4e4f50",
+         "000102030405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1FFFF0ABCDEF20212223242526"
+         "2728292A2B2C2D2E2F303132333435363738393A3B3C3D3E3F404142434445464748494A4B4C4D4E4F50"},
+    };
+    for (const DecodeRow& row : rows) {
+        SCOPED_TRACE(row.text);
+        expectOutput(Op::HexDecode, bytesOf(row.text), bytesOfHex(row.decodedHex));
+    }
+    Bytes all(256);
+    for (int i = 0; i < 256; ++i) all[std::size_t(i)] = std::uint8_t(i);
+    std::string digits;
+    for (int i = 0; i < 256; ++i) digits += std::string(1, kHexDigits[i >> 4]) + kHexDigits[i & 15];
+    expectOutput(Op::HexEncode, all, bytesOf(digits));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, CodecKernelAnswerTest,
+                         testing::Values(Kernel::Scalar, Kernel::Avx2),
+                         [](const auto& info) { return kernelName(info.param); });
+
+// ---------------------------------------------------------------- same as scalar
+
+// Every vector set against the scalar one, on the same inputs.
+class CodecKernelSameTest : public KernelTest {
+protected:
+    // Expects the set under test to give the scalar set's output (and length)
+    // for `op` on `input`.
+    void expectSame(Op op, const Bytes& input) {
+        KT::codec::selectKernel(Kernel::Scalar);
+        Bytes expected = run(op, input);
+        KT::codec::selectKernel(GetParam());
+        Bytes actual = run(op, input);
+        if (actual == expected) return;
+        std::size_t at = 0;
+        while (at < actual.size() && at < expected.size() && actual[at] == expected[at]) ++at;
+        ADD_FAILURE() << nameOf(op) << " of " << input.size() << " bytes: " << actual.size()
+                      << " bytes out against " << expected.size() << ", first difference at "
+                      << at;
+    }
+
+    Generator generate;
+};
+
+TEST_P(CodecKernelSameTest, RandomBytesOfEveryLength) {
+    for (std::size_t n = 0; n <= 400; ++n) {
+        Bytes input = generate.bytes(n);
+        for (Op op : {Op::HexEncode, Op::HexDecode, Op::Base64Encode, Op::Base64Decode})
+            expectSame(op, input);
+    }
+}
+
+TEST_P(CodecKernelSameTest, ValidTextOfEveryLength) {
+    for (std::size_t n = 0; n <= 400; ++n) {
+        expectSame(Op::Base64Decode, generate.text(n, kAlphabet));
+        expectSame(Op::HexDecode, generate.text(n, kHexDigits));
+    }
+}
+
+// Every byte value at every position of two vector blocks: the vector
+// classification of characters must agree with the scalar tables.
+TEST_P(CodecKernelSameTest, EveryByteAtEveryPosition) {
+    Bytes base64 = generate.text(64, kAlphabet);
+    Bytes hex = generate.text(128, kHexDigits);
+    for (int value = 0; value < 256; ++value) {
+        for (std::size_t at = 0; at < base64.size(); ++at) {
+            Bytes text = base64;
+            text[at] = std::uint8_t(value);
+            expectSame(Op::Base64Decode, text);
+        }
+        for (std::size_t at = 0; at < hex.size(); ++at) {
+            Bytes text = hex;
+            text[at] = std::uint8_t(value);
+            expectSame(Op::HexDecode, text);
+        }
+    }
+}
+
+// Pads and invalid characters at every position of texts of every length up
+// to four vector blocks, and at random positions of longer ones.
+TEST_P(CodecKernelSameTest, PadsAndInvalidCharactersAnywhere) {
+    const char odd[] = "=\0 \n-_.@[`{:*\x80\xff";
+    for (std::size_t n = 1; n <= 400; ++n) {
+        Bytes text = generate.text(n, kAlphabet);
+        std::size_t positions = n <= 128 ? n : 8;
+        for (std::size_t k = 0; k < positions; ++k) {
+            std::size_t at = n <= 128 ? k : generate.below(n);
+            Bytes changed = text;
+            changed[at] = std::uint8_t(odd[generate.below(sizeof odd - 1)]);
+            expectSame(Op::Base64Decode, changed);
+            // A complete padded tail, then more text after it.
+            changed[at] = '=';
+            if (at + 1 < n) changed[at + 1] = '=';
+            expectSame(Op::Base64Decode, changed);
+        }
+    }
+}
+
+TEST_P(CodecKernelSameTest, LargeInputs) {
+    const std::size_t size = 1 << 20;
+    Bytes plain = generate.bytes(size);
+    expectSame(Op::HexEncode, plain);
+    expectSame(Op::Base64Encode, plain);
+
+    // Mostly valid text with an odd character every few hundred bytes.
+    Bytes base64 = run(Op::Base64Encode, plain);
+    base64.resize(base64.size() - kGuard);
+    Bytes hex = generate.text(2 * size, kHexDigits);
+    expectSame(Op::Base64Decode, base64);
+    expectSame(Op::HexDecode, hex);
+    for (std::size_t at = generate.below(500); at < base64.size(); at += 1 + generate.below(500))
+        base64[at] = generate.byte();
+    for (std::size_t at = generate.below(500); at < hex.size(); at += 1 + generate.below(500))
+        hex[at] = generate.byte();
+    expectSame(Op::Base64Decode, base64);
+    expectSame(Op::HexDecode, hex);
+}
+
+// Odd hex lengths through the buffer and the string: the last digit pairs
+// with the byte after the counted text, which lies past the new length.
+TEST_P(CodecKernelSameTest, OddHexLengthsThroughBuffers) {
+    auto decoded = [](const KT::CBuffer& source, int adjustment) {
+        KT::CBuffer target;
+        target.decodeHex(source, adjustment);
+        // The odd digit's byte follows the length, where there is room.
+        KT::SIntLeast32 size = std::min(target.length + 1, target.capacity);
+        return Bytes(target.data, target.data + size);
+    };
+    for (std::size_t n = 1; n <= 401; n += 2) {
+        // n counted digits and one more after them.
+        Bytes text = generate.text(n + 1, kHexDigits);
+        KT::CBuffer buffer;
+        buffer.append(KT::SIntLeast32(n + 1), text.data());
+        KT::CString string(std::string(text.begin(), text.end() - 1).c_str());
+        KT::codec::selectKernel(Kernel::Scalar);
+        Bytes fromBuffer = decoded(buffer, -1), fromString = decoded(string, string.correction());
+        KT::codec::selectKernel(GetParam());
+        EXPECT_EQ(decoded(buffer, -1), fromBuffer) << n;
+        EXPECT_EQ(decoded(string, string.correction()), fromString) << n;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, CodecKernelSameTest, testing::Values(Kernel::Avx2),
+                         [](const auto& info) { return kernelName(info.param); });
+
+TEST(CodecKernelTest, StartsWithTheFastestSetTheCpuRuns) {
+    Kernel first = KT::codec::activeKernel();
+    bool avx2 = KT::codec::selectKernel(Kernel::Avx2);
+    KT::codec::selectKernel(first);
+    EXPECT_EQ(first, avx2 ? Kernel::Avx2 : Kernel::Scalar);
+}
+
+TEST(CodecKernelTest, ScalarSetIsAlwaysThere) {
+    Kernel first = KT::codec::activeKernel();
+    EXPECT_TRUE(KT::codec::selectKernel(Kernel::Scalar));
+    EXPECT_EQ(KT::codec::activeKernel(), Kernel::Scalar);
+    KT::codec::selectKernel(first);
+}
+
+}  // namespace

@@ -1,0 +1,221 @@
+// The hex and Base64 forms of buffers and strings.
+#include "kt/KTBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "kt/KTString.h"
+#include "test_support.h"
+
+namespace {
+
+using kttest::bufferOf;
+using kttest::bytesOf;
+
+using Codec = void (KT::CBuffer::*)(const KT::CBuffer&, int);
+
+const Codec kEncodeHex = &KT::CBuffer::encodeHex;
+const Codec kDecodeHex = &KT::CBuffer::decodeHex;
+const Codec kEncodeBase64 = &KT::CBuffer::encodeBase64;
+const Codec kDecodeBase64 = &KT::CBuffer::decodeBase64;
+
+// `codec` applied to `input` into `target`; a string target adds its terminator.
+template <class Target = KT::CBuffer>
+Target coded(Codec codec, const KT::CBuffer& input, int adjustment = 0, Target target = Target()) {
+    (target.*codec)(input, adjustment);
+    return target;
+}
+
+TEST(CodecTest, KnownBytesBothWaysIntoBuffersAndStrings) {
+    struct Row {
+        bool base64;
+        std::string plain, encoded;
+    };
+    const Row rows[] = {
+        {false, "", ""},
+        {false, "f", "66"},
+        {false, "fo", "666F"},
+        {false, "foo", "666F6F"},
+        {false, "foob", "666F6F62"},
+        {false, "fooba", "666F6F6261"},
+        {false, "foobar", "666F6F626172"},
+        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"},
+        {true, "", ""},
+        {true, "f", "Zg=="},
+        {true, "fo", "Zm8="},
+        {true, "foo", "Zm9v"},
+        {true, "foob", "Zm9vYg=="},
+        {true, "fooba", "Zm9vYmE="},
+        {true, "foobar", "Zm9vYmFy"},
+        {true, "M", "TQ=="},
+        {true, "Ma", "TWE="},
+        {true, "Man", "TWFu"},
+        {true, "\xFB\xFF\xBF", "+/+/"},
+        {true, "\x01\x02\x03\x04", "AQIDBA=="},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.encoded);
+        const struct {
+            Codec codec;
+            const std::string& from;
+            const std::string& to;
+        } directions[] = {{row.base64 ? kEncodeBase64 : kEncodeHex, row.plain, row.encoded},
+                          {row.base64 ? kDecodeBase64 : kDecodeHex, row.encoded, row.plain}};
+        for (const auto& direction : directions) {
+            // From a buffer, and from a string whose terminator its correction
+            // leaves out; a string target ends its result with one.
+            KT::CString text(direction.from.c_str());
+            EXPECT_EQ(bytesOf(coded(direction.codec, bufferOf(direction.from))), direction.to);
+            EXPECT_EQ(bytesOf(coded<KT::CString>(direction.codec, text, text.correction())),
+                      direction.to.empty() ? "" : direction.to + '\0');
+        }
+    }
+    const KT::CBuffer zeros = bufferOf(std::string("\x00\xAB\xFF", 3));
+    EXPECT_EQ(bytesOf(coded<KT::CString>(kEncodeHex, zeros)), std::string("00ABFF", 7));
+}
+
+TEST(CodecTest, DecodingReportsNothing) {
+    struct Row {
+        Codec codec;
+        std::string encoded, plain;
+    };
+    const Row rows[] = {
+        {kDecodeHex, "0a0B", "\x0A\x0B"},
+        {kDecodeHex, "abcdef", "\xAB\xCD\xEF"},
+        {kDecodeHex, "zz", "\xFF"},  // an invalid second digit: 255
+        {kDecodeHex, "0z", "\xFF"},
+        {kDecodeHex, "z0", "\xF0"},  // an invalid first digit: 15
+        {kDecodeHex, "12 3", "\x12\xF3"},
+        {kDecodeBase64, "TWE", ""},           // a partial group is ignored
+        {kDecodeBase64, "TWFu\n", "Man"},     // ... also after whole groups
+        {kDecodeBase64, "TQ==TWFu", "MMan"},  // decoding goes on after a pad
+        {kDecodeBase64, "T=Q=", "O"},         // two pads anywhere: one byte
+        {kDecodeBase64, "TW=u", "Mo"},        // one pad anywhere: two bytes
+        {kDecodeBase64, "TQ=A", "M\x0F"},
+        {kDecodeBase64, "T!Fu", "O\xF1"},  // invalid characters count as pads
+        {kDecodeBase64, "====", "\xFF\xFF\xFF"},
+        {kDecodeBase64, " TWFu", "\xFD\x35"},  // whitespace shifts the groups
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.encoded);
+        EXPECT_EQ(bytesOf(coded(row.codec, bufferOf(row.encoded))), row.plain);
+    }
+}
+
+TEST(CodecTest, OddHexDigitPairsWithTheByteAfterTheCountedText) {
+    // Three of the four digits are counted; the last pair reads the fourth.
+    KT::CBuffer decoded = coded(kDecodeHex, bufferOf("4142"), -1);
+    EXPECT_EQ(decoded.length, 1);
+    EXPECT_EQ(kttest::memoryOf(decoded, 2), "AB");
+
+    // A string's terminator follows its text: not a digit, so the byte is 255.
+    KT::CString text("414");
+    EXPECT_EQ(kttest::memoryOf(coded(kDecodeHex, text, text.correction()), 2), "A\xFF");
+
+    // Here the source holds exactly its three digits and the target exactly
+    // the one byte counted: the sanitizer build catches any access beyond.
+    KT::CBuffer exact, target;
+    exact.set(3, static_cast<KT::UInt8*>(std::malloc(3)), KT::ConstructionFlags(0));
+    std::memcpy(exact.data, "414", 3);
+    target.set(1, static_cast<KT::UInt8*>(std::malloc(1)), KT::ConstructionFlags(0));
+    target.clear();
+    target.decodeHex(exact, 0);
+    EXPECT_EQ(target.capacity, 1);
+    EXPECT_EQ(bytesOf(target), "A");
+    EXPECT_EQ(kttest::memoryOf(coded(kDecodeHex, exact), 2), "A\xFF");
+}
+
+TEST(CodecTest, HexAddsToTheOldLengthAndBase64ReplacesIt) {
+    struct Row {
+        Codec codec;
+        std::string input;
+        std::string memory;  // the target's first eight bytes afterwards
+        int length;
+    };
+    const Row rows[] = {
+        {kEncodeHex, "\x01", "01XXXXXX", 10},
+        {kDecodeHex, "4142", "ABXXXXXX", 10},
+        {kEncodeBase64, "M", "TQ==XXXX", 4},
+        {kDecodeBase64, "TWFu", "ManXXXXX", 3},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.input);
+        KT::CBuffer target = coded(row.codec, bufferOf(row.input), 0, bufferOf("XXXXXXXX"));
+        EXPECT_EQ(kttest::memoryOf(target, 8), row.memory);
+        EXPECT_EQ(target.length, row.length);
+    }
+    EXPECT_EQ(bytesOf(coded(kEncodeBase64, bufferOf("M"), 0, KT::CString("XXXXXXX"))),
+              std::string("TQ==", 5));
+}
+
+TEST(CodecTest, BufferCodesItself) {
+    KT::CBuffer hex = bufferOf("\x01\x02");
+    hex.encodeHex(hex, 0);
+    EXPECT_EQ(hex.length, 6);
+    EXPECT_EQ(kttest::memoryOf(hex, 4), "0102");
+
+    KT::CBuffer base64 = bufferOf("Man");
+    base64.encodeBase64(base64, 0);
+    EXPECT_EQ(bytesOf(base64), "TWFu");
+    base64.decodeBase64(base64, 0);
+    EXPECT_EQ(bytesOf(base64), "Man");
+
+    KT::CString text("TWFu");
+    text.decodeBase64(text, text.correction());
+    EXPECT_EQ(bytesOf(text), std::string("Man", 4));
+}
+
+TEST(CodecTest, AdjustmentIsKeptWithinTheSource) {
+    struct Row {
+        int adjustment;
+        std::string hex, base64;
+    };
+    const Row rows[] = {{0, "616263", "YWJj"},
+                        {-1, "6162", "YWI="},
+                        {-3, "", ""},
+                        {-100, "", ""},
+                        {5, "616263", "YWJj"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.adjustment);
+        EXPECT_EQ(bytesOf(coded(kEncodeHex, bufferOf("abc"), row.adjustment)), row.hex);
+        EXPECT_EQ(bytesOf(coded(kEncodeBase64, bufferOf("abc"), row.adjustment)), row.base64);
+    }
+}
+
+TEST(CodecTest, RandomBytesSurviveARoundTrip) {
+    std::mt19937 generator(20240611);
+    for (int size : {0, 1, 2, 3, 4, 5, 63, 64, 65, 255, 256, 511, 512, 513, 1000, 4099}) {
+        SCOPED_TRACE(size);
+        std::string plain(size_t(size), '\0');
+        for (char& c : plain) c = char(generator());
+        KT::CString hex = coded<KT::CString>(kEncodeHex, bufferOf(plain));
+        KT::CString base64 = coded<KT::CString>(kEncodeBase64, bufferOf(plain));
+        EXPECT_EQ(hex.length, size ? 2 * size + 1 : 0);
+        EXPECT_EQ(base64.length, size ? (size + 2) / 3 * 4 + 1 : 0);
+        EXPECT_EQ(bytesOf(coded(kDecodeHex, hex, hex.correction())), plain);
+        EXPECT_EQ(bytesOf(coded(kDecodeBase64, base64, base64.correction())), plain);
+    }
+}
+
+TEST(CodecTest, AllocationFailuresAreThrownAndLeakNothing) {
+    const KT::CBuffer plain = bufferOf(std::string(700, 'p'));
+    const KT::CBuffer encoded = bufferOf(std::string(1400, 'A'));
+    kttest::expectFailures({
+        {"encodeHex", [&] { coded(kEncodeHex, plain); }, {299}},
+        {"decodeHex", [&] { coded(kDecodeHex, encoded); }, {299}},
+        {"encodeBase64", [&] { coded<KT::CString>(kEncodeBase64, plain); }, {299}},
+        {"decodeBase64", [&] { coded<KT::CString>(kDecodeBase64, encoded); }, {299}},
+        {"itself",
+         [] {
+             KT::CBuffer buffer = bufferOf(std::string(700, 'p'));
+             buffer.encodeHex(buffer, 0);
+         },
+         {44, 44, 299}},
+    });
+}
+
+}  // namespace

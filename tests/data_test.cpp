@@ -1,0 +1,236 @@
+// The data stream: KT::CData and KT::RData.
+#include "kt/KTBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "kt/KTString.h"
+#include "test_support.h"
+
+namespace {
+
+using kttest::bufferOf;
+using kttest::bytesOf;
+
+const KT::UInt8* bytes(const std::string& text) {
+    return reinterpret_cast<const KT::UInt8*>(text.data());
+}
+
+// The four bytes of `value` as they lie in memory.
+std::string hostBytes(int value) {
+    std::string raw(sizeof value, '\0');
+    std::memcpy(&raw[0], &value, sizeof value);
+    return raw;
+}
+
+std::string get(KT::CData& stream, int count) {
+    std::string out(size_t(count), '?');
+    stream.get(reinterpret_cast<KT::UInt8*>(&out[0]), count);
+    return out;
+}
+
+TEST(CDataTest, PutWritesAtTheCursorAndGetReadsBack) {
+    KT::CData stream;
+    for (int count : {0, -1, INT_MIN}) stream.put(bytes("abc"), count);
+    EXPECT_EQ(stream.data, nullptr);
+    stream.put(bytes("abc"), 3);
+    stream.put(bytes("de"), 2);
+    EXPECT_EQ(stream.capacity, 512);
+    EXPECT_EQ(stream.cursorOffset(), 5);
+    EXPECT_EQ(bytesOf(stream), "abcde");
+
+    stream.reset();
+    for (int count : {0, -1, INT_MIN}) {
+        std::string untouched = "?";
+        stream.get(reinterpret_cast<KT::UInt8*>(&untouched[0]), count);
+        EXPECT_EQ(untouched, "?");
+    }
+    EXPECT_EQ(stream.cursorOffset(), 0);
+    EXPECT_EQ(get(stream, 2), "ab");
+    EXPECT_EQ(get(stream, 3), "cde");
+    EXPECT_EQ(stream.length, 5);
+    EXPECT_EQ(stream.readable(), 0);
+}
+
+TEST(CDataTest, IntsTravelInHostOrder) {
+    KT::CData first, stream;
+    first.put<int>(1);
+    EXPECT_EQ(first.capacity, 512);
+    EXPECT_EQ(bytesOf(first), hostBytes(1));
+
+    const int values[] = {0, 1, -1, INT_MIN, INT_MAX, 0x12345678};
+    for (int value : values) stream.put<int>(value);
+    stream.reset();
+    for (int value : values) {
+        int read = 42;
+        stream.get<int>(read);
+        EXPECT_EQ(read, value);
+    }
+}
+
+TEST(CDataTest, IntsGrowTheStreamWhenThreeBytesOrFewerAreLeft) {
+    const std::string filler(508, 'f');
+    KT::CData stream;
+    stream.put(bytes(filler), 508);
+    stream.put<int>(7);
+    EXPECT_EQ(stream.capacity, 512);
+    stream.put<int>(8);
+    EXPECT_EQ(stream.capacity, 1024);
+    EXPECT_EQ(bytesOf(stream), filler + hostBytes(7) + hostBytes(8));
+}
+
+// The reader asks for twice the length when the length exceeds the capacity
+// minus that same length: 300 bytes into 512 still grow it to 1024.
+TEST(CDataTest, BuffersTravelWithALengthPrefixAndGrowTheirReaderTwice) {
+    const int rows[][3] = {{3, 0, 512},      {300, 512, 1024}, {256, 512, 512},
+                           {257, 512, 1024}, {700, 0, 1536},   {0, 0, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[0]);
+        const std::string payload(size_t(row[0]), 'p');
+        KT::CData stream;
+        stream << bufferOf(payload);
+        EXPECT_EQ(bytesOf(stream), hostBytes(row[0]) + payload);
+
+        stream.reset();
+        KT::CBuffer read(row[1]);
+        stream >> read;
+        EXPECT_EQ(read.capacity, row[2]);
+        EXPECT_EQ(bytesOf(read), payload);
+    }
+}
+
+TEST(CDataTest, MixedValuesRoundTrip) {
+    std::string big(1500, '\0');
+    for (size_t i = 0; i < big.size(); ++i) big[i] = char(i % 251);
+    const KT::CString text("travels with its terminator");
+    KT::CData stream;
+    stream.put<int>(-7);
+    stream << text << KT::CBuffer() << bufferOf(big);
+    stream.put<int>(99);
+
+    stream.reset();
+    int before = 0, after = 0;
+    KT::CString textBack;
+    KT::CBuffer emptyBack = bufferOf("old"), bigBack;
+    stream.get<int>(before);
+    stream >> textBack >> emptyBack >> bigBack;
+    stream.get<int>(after);
+    EXPECT_EQ(before, -7);
+    EXPECT_EQ(bytesOf(textBack), bytesOf(text));
+    EXPECT_EQ(emptyBack.length, 0);
+    EXPECT_EQ(bytesOf(bigBack), big);
+    EXPECT_EQ(after, 99);
+    EXPECT_EQ(stream.readable(), 0);
+}
+
+TEST(CDataTest, CursorSurvivesTheStorageMoving) {
+    // A stream over borrowed bytes must move them to a block of its own to grow.
+    KT::UInt8 borrowed[500];
+    for (int i = 0; i < 500; ++i) borrowed[i] = KT::UInt8(i);
+    const std::string text(reinterpret_cast<const char*>(borrowed), 500);
+    KT::CData stream;
+    stream.set(500, borrowed, KT::NoOwnership);
+    EXPECT_EQ(get(stream, 100), text.substr(0, 100));
+    stream.resize(1000);
+    EXPECT_NE(stream.data, borrowed);
+    EXPECT_EQ(stream.cursorOffset(), 100);
+    EXPECT_EQ(get(stream, 400), text.substr(100));
+}
+
+TEST(CDataTest, ReadsStopAtTheEndOfTheWrittenData) {
+    KT::CData stream, empty;
+    stream.put(bytes("ab"), 2);
+    stream.reset();
+    EXPECT_EQ(get(stream, 5), std::string("ab\0\0\0", 5));
+    int value = 42;
+    stream.get<int>(value);
+    EXPECT_EQ(value, 0);
+    EXPECT_EQ(stream.cursorOffset(), 2);
+
+    EXPECT_EQ(get(empty, 3), std::string(3, '\0'));
+    KT::CBuffer read;
+    empty >> read;
+    EXPECT_EQ(read.length, 0);
+}
+
+TEST(CDataTest, CorruptLengthPrefixIsCutToWhatRemains) {
+    struct Row {
+        int prefix;
+        std::string read;
+    };
+    const Row rows[] = {{1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.prefix);
+        KT::CData stream;
+        stream.put<int>(row.prefix);
+        stream.put(bytes("abc"), 3);
+        stream.reset();
+        KT::CBuffer read;
+        stream >> read;
+        EXPECT_EQ(bytesOf(read), row.read);
+        EXPECT_EQ(stream.cursorOffset(), 4 + int(row.read.size()));
+    }
+}
+
+TEST(CDataTest, ClearAndZeroRewind) {
+    KT::CData stream;
+    stream.put(bytes("abc"), 3);
+    stream.clear();
+    EXPECT_EQ(stream.length, 0);
+    EXPECT_EQ(stream.cursor, stream.data);
+    EXPECT_EQ(kttest::memoryOf(stream, 3), "abc");
+
+    stream.put(bytes("de"), 2);
+    stream.zero();
+    EXPECT_EQ(stream.length, 0);
+    EXPECT_EQ(stream.cursor, stream.data);
+    EXPECT_EQ(kttest::memoryOf(stream, 512), std::string(512, '\0'));
+}
+
+TEST(CDataTest, CopiesKeepTheCursorOffset) {
+    KT::CData stream, assigned;
+    stream.put(bytes("abcd"), 4);
+    stream.reset();
+    get(stream, 1);
+    KT::CData copy(stream);
+    assigned = stream;
+    EXPECT_NE(copy.data, stream.data);
+    EXPECT_EQ(get(copy, 3), "bcd");
+    EXPECT_EQ(get(assigned, 3), "bcd");
+}
+
+TEST(CDataTest, AllocationFailuresAreThrownAndLeakNothing) {
+    const KT::CBuffer written = bufferOf(std::string(600, 'p'));
+    kttest::expectFailures({
+        {"put", [&] { KT::CData().put(written.data, 600); }, {299}},
+        {"put<int>", [] { KT::CData().put<int>(1); }, {299}},
+        {"stream out and in",
+         [&] {
+             KT::CData stream;
+             stream << written;
+             stream.reset();
+             KT::CString read;
+             stream >> read;
+         },
+         {299, 299, 299}},
+    });
+}
+
+TEST(RDataTest, KeepsItsCursorAndIsDestroyedThroughEitherBase) {
+    auto* counted = new KT::RData(16);
+    counted->put<int>(5);
+    counted->reset();
+    int value = 0;
+    counted->get<int>(value);
+    EXPECT_EQ(value, 5);
+    delete static_cast<ktbase::object_refcount*>(counted);
+
+    ktbase::ref<KT::RData> handle(new KT::RData);
+    handle->put(bytes("x"), 1);
+    EXPECT_EQ(bytesOf(*handle), "x");
+}
+
+}  // namespace

@@ -1,0 +1,326 @@
+#include "kt/KTString.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "test_support.h"
+
+namespace {
+
+using kttest::bytesOf;
+
+// A string holding exactly `bytes`, as stored: no terminator is added.
+KT::CString stringOf(const std::string& bytes) { return kttest::bufferOf<KT::CString>(bytes); }
+
+std::string withNul(const std::string& text) { return text + '\0'; }
+
+void expectEmptyState(const KT::CString& text) {
+    EXPECT_EQ(text.data, nullptr);
+    EXPECT_EQ(text.capacity, 0);
+    EXPECT_EQ(text.length, 0);
+    EXPECT_EQ(text.owner, 1);
+    EXPECT_TRUE(text == "");
+}
+
+TEST(CStringTest, LengthCountsTheTerminator) {
+    for (const std::string& text :
+         {std::string(), std::string("abc"), std::string(511, 'x'), std::string(512, 'y')}) {
+        SCOPED_TRACE(text.size());
+        KT::CString string(text.c_str());
+        KT::RString counted(text.c_str());
+        EXPECT_EQ(string.length, int(text.size() + 1));
+        EXPECT_EQ(string.capacity, text.size() < 512 ? 512 : 1024);
+        EXPECT_EQ(string.owner, 1);
+        EXPECT_EQ(bytesOf(string), withNul(text));
+        EXPECT_EQ(bytesOf(counted), withNul(text));
+        EXPECT_EQ(counted.refcount(), 0);
+    }
+}
+
+TEST(CStringTest, FormatsOnTheStackUpTo1023CharactersAndAdoptsAnExactBlockBeyond) {
+    const int rows[][2] = {{0, 512}, {511, 512}, {1023, 1024}, {1024, 1025}, {5000, 5001}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[0]);
+        std::string text(size_t(row[0]), 'q');
+        KT::CString formatted = KT::CString::createWithFormat("%s", text.c_str());
+        KT::RString counted = KT::RString::createWithFormat("%s", text.c_str());
+        for (const KT::CString* string : {&formatted, static_cast<KT::CString*>(&counted)}) {
+            EXPECT_EQ(string->capacity, row[1]);
+            EXPECT_EQ(string->owner, 1);
+            EXPECT_EQ(bytesOf(*string), withNul(text));
+        }
+        EXPECT_EQ(counted.refcount(), 0);
+    }
+    EXPECT_EQ(bytesOf(KT::CString::createWithFormat("%d-%s-%c", 42, "x", 'z')), withNul("42-x-z"));
+}
+
+TEST(CStringTest, SetReplacesTheContentAndMayUseIt) {
+    KT::CString text = KT::CString::createWithFormat("%3000d", 1);
+    text.set("%s/%d", "a", 1);
+    EXPECT_EQ(bytesOf(text), withNul("a/1"));
+    text.set("<%s>", text.c_str());
+    EXPECT_EQ(bytesOf(text), withNul("<a/1>"));
+}
+
+TEST(CStringTest, FailedSetLeavesTheEmptyState) {
+    KT::CString text("abc");
+    EXPECT_THROW(text.set("%ls", L"\u00e9"), KT::CException);
+    expectEmptyState(text);
+
+    text = KT::CString("abc");
+    KT::detail::failAllocation(1);
+    EXPECT_THROW(text.set("%2000d", 1), KT::CException);
+    KT::detail::failAllocation(0);
+    expectEmptyState(text);
+}
+
+TEST(CStringTest, ComparesWithTextUpToItsFirstNulOrItsLength) {
+    struct Row {
+        std::string bytes;  // stored as given; none: the empty state
+        const char* other;
+        bool equal;
+    };
+    const Row rows[] = {
+        {withNul("abc"), "abc", true},
+        {withNul("abc"), "abd", false},
+        {withNul("abc"), "ab", false},
+        {withNul("ab"), "abc", false},
+        {withNul(""), "", true},
+        {"", "", true},
+        {"", "a", false},
+        {std::string("ab\0cd", 6), "ab", true},
+        {"xyz", "xyz", true},
+        {"xyz", "xy", false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.bytes + " vs " + row.other);
+        KT::CString text = stringOf(row.bytes);
+        EXPECT_EQ(text == row.other, row.equal);
+        EXPECT_EQ(text != row.other, !row.equal);
+    }
+}
+
+TEST(CStringTest, EmptyStateCopiesAndSearchesSafely) {
+    KT::CString empty, assigned("abc");
+    assigned = empty;
+    expectEmptyState(empty);
+    expectEmptyState(assigned);
+    expectEmptyState(KT::CString(empty));
+    expectEmptyState(empty.getLowerCaseString());
+    expectEmptyState(empty.getUpperCaseString());
+    EXPECT_STREQ(empty.c_str(), "");
+    EXPECT_EQ(empty.find('a', 0), -1);
+    EXPECT_EQ(empty.find("", 0), -1);
+    EXPECT_EQ(empty.reverseFind('\0', -1), -1);
+    EXPECT_EQ(bytesOf(empty.getSubString(0, 0)), withNul(""));
+}
+
+TEST(CStringTest, CopiesAreDeepAndEqualTheirSource) {
+    struct Row {
+        KT::CString source;
+        std::string text;
+    };
+    // Case copies hold no terminator in their length, and a copy of the
+    // 512-byte one has no room for one after its bytes.
+    const Row rows[] = {
+        {KT::CString("abc"), "abc"},
+        {KT::CString("AbC1").getLowerCaseString(), "abc1"},
+        {KT::CString(std::string(512, 'C').c_str()).getLowerCaseString(), std::string(512, 'c')}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        KT::CString copy(row.source), assigned = KT::CString::createWithFormat("%2000d", 5);
+        assigned = row.source;
+        for (const KT::CString* string : {&copy, &assigned}) {
+            EXPECT_NE(string->data, row.source.data);
+            EXPECT_EQ(bytesOf(*string), bytesOf(row.source));
+            EXPECT_TRUE(*string == row.text.c_str());
+        }
+    }
+}
+
+TEST(CStringTest, AddTerminatorCountsOneNul) {
+    const std::string rows[][2] = {{"abc", withNul("abc")},
+                                   {withNul("ab"), withNul("ab")},
+                                   {std::string(512, 'z'), withNul(std::string(512, 'z'))},
+                                   {"", ""}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row[0]);
+        KT::CString text = stringOf(row[0]);
+        text.addTerminator();
+        EXPECT_EQ(bytesOf(text), row[1]);
+    }
+    // Memory adopted as it is has no spare byte.
+    auto* exact = static_cast<KT::UInt8*>(std::malloc(3));
+    std::memcpy(exact, "abc", 3);
+    KT::CString adopted;
+    adopted.set(3, exact, KT::ConstructionFlags(0));
+    adopted.addTerminator();
+    EXPECT_EQ(adopted.capacity, 512);
+    EXPECT_EQ(bytesOf(adopted), withNul("abc"));
+}
+
+TEST(CStringTest, FindsCharactersForwardsAndBackwards) {
+    struct Row {
+        bool backwards;
+        char c;
+        int start, found;
+    };
+    // In "aba", whose terminator is at 3.
+    const Row rows[] = {
+        {false, 'b', 0, 1},        {false, 'b', 1, 1},  {false, 'b', 2, -1},  {false, 'a', 4, -1},
+        {false, 'a', 3, -1},       {false, '\0', 0, 3}, {false, 'a', -1, -1}, {false, 'z', 0, -1},
+        {false, 'a', INT_MIN, -1}, {true, 'a', -1, 2},  {true, 'b', 0, -1},   {true, 'a', 4, -1},
+        {true, '\0', -1, 3},       {true, 'a', 1, 0},   {true, 'b', 3, 1},    {true, 'a', -2, -1},
+        {true, 'z', -1, -1},
+    };
+    const KT::CString text("aba");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.backwards ? "back " : "") + row.c + " from " +
+                     std::to_string(row.start));
+        EXPECT_EQ(row.backwards ? text.reverseFind(row.c, row.start) : text.find(row.c, row.start),
+                  row.found);
+    }
+    EXPECT_EQ(text.reverseFind("a", -1), -1);
+    EXPECT_EQ(text.reverseFind("ba", 3), -1);
+    EXPECT_EQ(text.reverseFind(KT::CString("a"), -1), -1);
+}
+
+TEST(CStringTest, FindsTextForwardsInEveryForm) {
+    struct Row {
+        std::string bytes;  // stored as given
+        const char* text;
+        int start, found;
+    };
+    const Row rows[] = {
+        {withNul("abc"), "bc", 0, 1},
+        {withNul("abc"), "", 1, 1},
+        {withNul("abc"), "", 3, 3},
+        {withNul("abc"), "", 4, -1},
+        {withNul("abc"), "abcd", 0, -1},
+        {withNul("abc"), "c", -2, -1},
+        {withNul("abc"), "a", 1, -1},
+        {withNul("abcabc"), "bc", 2, 4},
+        {std::string("ab\0cd", 6), "cd", 0, -1},
+        // Without a terminator in use the search stops at the length.
+        {"xyz", "z", 0, 2},
+        {"xyz", "yz!", 0, -1},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.text) + " in " + row.bytes);
+        KT::CString text = stringOf(row.bytes);
+        EXPECT_EQ(text.find(row.text, row.start), row.found);
+        EXPECT_EQ(text.find(KT::CString(row.text), row.start), row.found);
+        EXPECT_EQ(text.find(stringOf(row.text), row.start), row.found);
+    }
+}
+
+TEST(CStringTest, SubstringsCountTheirTerminator) {
+    struct Row {
+        std::string source;  // stored as given
+        int start, count;
+        std::string bytes;  // in use afterwards
+        int capacity;       // 1: the borrowed ""
+    };
+    const std::string abcd = withNul("abcd"), embedded("ab\0cd", 6);
+    const std::string x511(511, 'x'), x1024(1024, 'x');
+    const Row rows[] = {
+        {abcd, 1, 0, withNul("bcd"), 512},
+        {abcd, 1, 2, withNul("bc"), 512},
+        {abcd, 1, 10, withNul("bcd"), 512},
+        {abcd, 1, INT_MAX, withNul("bcd"), 512},
+        {abcd, 0, 4, withNul("abcd"), 512},
+        {abcd, 3, 1, withNul("d"), 512},
+        {abcd, 4, 0, withNul(""), 512},
+        {abcd, 5, 1, withNul(""), 1},
+        {abcd, -1, 2, withNul(""), 1},
+        {abcd, 1, -1, withNul(""), 1},
+        {embedded, 0, 3, std::string("ab\0", 3), 512},
+        {embedded, 1, 3, withNul(std::string("b\0c", 3)), 512},
+        {"abcd", 0, 0, withNul("abc"), 512},
+        {x511 + "tail", 0, 511, withNul(x511), 512},
+        {x511 + "tail", 0, 512, withNul(x511 + "t"), 1024},
+        {x1024 + "tail", 0, 1024, withNul(x1024), 1536},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.source.substr(0, 10) + " " + std::to_string(row.start) + "," +
+                     std::to_string(row.count));
+        KT::CString sub = stringOf(row.source).getSubString(row.start, row.count);
+        EXPECT_EQ(bytesOf(sub), row.bytes);
+        EXPECT_EQ(sub.capacity, row.capacity);
+        EXPECT_EQ(sub.owner, row.capacity == 1 ? 0 : 1);
+    }
+}
+
+TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
+    struct Row {
+        std::string source;  // stored as given
+        bool upper;
+        std::string memory;  // the copy's bytes in use and the one after them
+    };
+    const std::string high("\xC4\xE4@[`{", 7), m512(512, 'm');
+    const Row rows[] = {
+        {withNul("AbC1"), false, withNul("abc1")},
+        {withNul("aBc"), true, withNul("ABC")},
+        {withNul("AZaz"), false, withNul("azaz")},
+        {withNul("AZaz"), true, withNul("AZAZ")},
+        {high, false, high},
+        {high, true, high},
+        {withNul(""), true, withNul("")},
+        {withNul(m512), true, withNul(std::string(512, 'M'))},
+        // A case copy of a case copy: the four bytes, a length of three.
+        {"abc1", true, "ABC1"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.source.substr(0, 10));
+        KT::CString source = stringOf(row.source);
+        KT::CString copy = row.upper ? source.getUpperCaseString() : source.getLowerCaseString();
+        ASSERT_EQ(copy.length, int(row.memory.size()) - 1);
+        ASSERT_GE(copy.capacity, int(row.memory.size()));
+        EXPECT_EQ(kttest::memoryOf(copy, int(row.memory.size())), row.memory);
+        EXPECT_EQ(bytesOf(source), row.source);
+        // A copy takes the counted bytes and keeps a NUL after them where its
+        // storage has room (not after a whole number of 512-byte blocks).
+        KT::CString again(copy);
+        EXPECT_EQ(again.length, copy.length);
+        if (again.length % 512 != 0) {
+            EXPECT_STREQ(again.c_str(), row.memory.substr(0, size_t(copy.length)).c_str());
+        }
+    }
+}
+
+TEST(CStringTest, AllocationFailuresAreThrownAndLeakNothing) {
+    const std::string longText(2000, 'l');
+    kttest::expectFailures({
+        {"constructor", [] { KT::CString("abc"); }, {44}},
+        {"copy", [] { KT::CString text("abc"), copy(text); }, {44, 44}},
+        {"stack format", [] { KT::CString::createWithFormat("%d", 1); }, {44}},
+        {"heap format", [&] { KT::CString::createWithFormat("%s", longText.c_str()); }, {43}},
+        {"counted format", [&] { KT::RString::createWithFormat("%s", longText.c_str()); }, {43}},
+        {"set", [&] { KT::CString("abc").set("%s", longText.c_str()); }, {44, 43}},
+        {"substring", [] { KT::CString("abcd").getSubString(1, 2); }, {44, 299}},
+        {"case copy", [] { KT::CString("abcd").getLowerCaseString(); }, {44, 299}},
+        {"terminator",
+         [] {
+             KT::CString text;
+             text.set(1, static_cast<KT::UInt8*>(std::malloc(1)), KT::ConstructionFlags(0));
+             text.data[0] = 'a';
+             text.addTerminator();
+         },
+         {299}},
+    });
+}
+
+TEST(RStringTest, DestroyedThroughEitherBase) {
+    delete static_cast<ktbase::object_refcount*>(new KT::RString("shared"));
+    delete static_cast<KT::CString*>(new KT::RString(KT::RString::createWithFormat("%2000d", 3)));
+
+    ktbase::ref<KT::RString> handle(new KT::RString("handle")), other = handle;
+    EXPECT_EQ(handle->refcount(), 2);
+    EXPECT_TRUE(*other == "handle");
+}
+
+}  // namespace
