@@ -48,8 +48,9 @@ std::string remoteEnd(const KT::RSocket& socket) {
 cli::RunError transferError(const std::string& what) {
     // A bounded receive or send that runs out fails with EAGAIN; a bounded
     // connect with EINPROGRESS.
-    bool timedOut = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINPROGRESS;
-    return cli::RunError(what + ": " + (timedOut ? "timed out" : std::strerror(errno)));
+    int error = errno;  // before anything here can change it
+    bool timedOut = error == EAGAIN || error == EWOULDBLOCK || error == EINPROGRESS;
+    return cli::RunError(what + ": " + (timedOut ? "timed out" : std::strerror(error)));
 }
 
 std::string encode(const std::string& bytes, void (KT::CBuffer::*codec)(const KT::CBuffer&, int)) {
