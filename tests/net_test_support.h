@@ -408,6 +408,8 @@ public:
         ::waitpid(pid_, nullptr, 0);
     }
     bool started() const { return pid_ > 0; }
+    /// The child's process id; -1 once wait() has reaped it.
+    pid_t pid() const { return pid_; }
 
     /// Reads the child's output until it holds `end` (with an empty `end`:
     /// until the child closes it), the child closes it, or kWaitMs pass

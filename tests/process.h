@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,24 @@ inline ProcessResult runProcess(const std::vector<std::string>& argv, const std:
     waitpid(pid, &status, 0);
     if (!outOpen && !errOpen && WIFEXITED(status)) result.status = WEXITSTATUS(status);
     return result;
+}
+
+/// `size` bytes of input for a program, the same for the same `seed`.
+inline std::string randomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 generator(seed);
+    std::string bytes(size, '\0');
+    for (char& c : bytes) c = char(generator() & 0xFF);
+    return bytes;
+}
+
+/// The kt program of this build.
+inline std::string ktProgram() { return std::string(KT_TEST_BINARY_DIR) + "/bin/kt"; }
+
+/// Runs the kt program with `args`.
+inline ProcessResult kt(std::vector<std::string> args, const std::string& input = "",
+                        std::chrono::milliseconds limit = std::chrono::seconds(60)) {
+    args.insert(args.begin(), ktProgram());
+    return runProcess(args, input, limit);
 }
 
 }  // namespace test

@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -11,12 +10,8 @@
 
 namespace {
 
-const std::string kTool = std::string(KT_TEST_BINARY_DIR) + "/bin/kt";
-
-test::ProcessResult kt(std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.begin(), kTool);
-    return test::runProcess(args, input);
-}
+using test::kt;
+using test::randomBytes;
 
 // Runs a shell pipeline (for the system's own base64 and xxd).
 test::ProcessResult shell(const std::string& command, const std::string& input = "") {
@@ -27,13 +22,6 @@ std::string joined(const std::vector<std::string>& args) {
     std::string line;
     for (const std::string& arg : args) line += (line.empty() ? "" : " ") + arg;
     return line;
-}
-
-std::string randomBytes(std::size_t size, unsigned seed) {
-    std::mt19937 generator(seed);
-    std::string bytes(size, '\0');
-    for (char& c : bytes) c = char(generator() & 0xFF);
-    return bytes;
 }
 
 class ScratchFile {
@@ -72,6 +60,25 @@ TEST(ToolTest, CommandLineErrorsAndHelp) {
          "kt hex: option -w takes a number from 0 to 1073741824, not '-3' (see kt hex --help)\n"},
         {{"hex", "/nonexistent/file"}, 2, "",
          "kt hex: cannot open '/nonexistent/file': No such file or directory\n"},
+        {{"demo", "--help"}, 0, "usage: kt demo\n", ""},
+        {{"fetch", "--help"}, 0, "usage: kt fetch ", ""},
+        {{"serve", "-h"}, 0, "usage: kt serve ", ""},
+        {{"demo", "now"}, 1, "", "kt demo: demo takes no arguments (see kt demo --help)\n"},
+        {{"fetch"}, 1, "", "kt fetch: no URI given (see kt fetch --help)\n"},
+        {{"fetch", "ftp://127.0.0.1/x"}, 1, "",
+         "kt fetch: 'ftp://127.0.0.1/x' is neither an http nor an rtsp URI (see kt fetch --help)\n"},
+        {{"fetch", "http://127.0.0.1:0/"}, 1, "", "kt fetch: no port in 'http://127.0.0.1:0/' (see kt fetch --help)\n"},
+        {{"fetch", "http:///x"}, 1, "", "kt fetch: no host in 'http:///x' (see kt fetch --help)\n"},
+        {{"fetch", "--timeout", "0", "http://127.0.0.1/"}, 1, "",
+         "kt fetch: option --timeout takes a number from 1 to 86400, not '0' (see kt fetch --help)\n"},
+        {{"serve"}, 1, "", "kt serve: give either --root DIR or --echo (see kt serve --help)\n"},
+        {{"serve", "--echo", "--root", "/tmp"}, 1, "", "kt serve: give either --root DIR or --echo (see kt serve --help)\n"},
+        {{"serve", "--echo", "--bind", "localhost"}, 1, "",
+         "kt serve: option --bind takes an IPv4 address, not 'localhost' (see kt serve --help)\n"},
+        {{"serve", "--echo", "--port", "65536"}, 1, "",
+         "kt serve: option --port takes a number from 0 to 65535, not '65536' (see kt serve --help)\n"},
+        {{"serve", "--root", "/nonexistent"}, 2, "", "kt serve: cannot use '/nonexistent': No such file or directory\n"},
+        {{"serve", "--root", "/dev/null"}, 2, "", "kt serve: '/dev/null' is not a folder\n"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(joined(row.args));

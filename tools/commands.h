@@ -5,5 +5,8 @@
 #include "cli.h"
 
 int runBase64(cli::Arguments& args);
+int runDemo(cli::Arguments& args);
+int runFetch(cli::Arguments& args);
 int runHex(cli::Arguments& args);
+int runServe(cli::Arguments& args);
 int runUrl(cli::Arguments& args);

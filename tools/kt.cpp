@@ -27,7 +27,10 @@ struct Command {
 
 const Command kCommands[] = {
     {"base64", runBase64, "encode or decode Base64 (standard input or a file)"},
+    {"demo", runDemo, "one HTTP round trip on 127.0.0.1 through the URI and socket classes"},
+    {"fetch", runFetch, "fetch an http URI (or the OPTIONS of an rtsp one)"},
     {"hex", runHex, "encode or decode hexadecimal (standard input or a file)"},
+    {"serve", runServe, "serve files over HTTP, or echo bytes, until SIGINT or SIGTERM"},
     {"url", runUrl, "split URLs, read their pairs, change components, percent-code"},
     {"version", runVersion, "print the build identification of libkt"},
 };
