@@ -35,8 +35,31 @@ if(absl_FOUND)
   kt_add_peer(ABSL absl::strings)
 endif()
 
-# Boost.Algorithm is header-only.
-find_package(Boost CONFIG QUIET)
+# Boost.Algorithm is header-only; Boost.URL (1.81 on) is a library.
+find_package(Boost CONFIG QUIET OPTIONAL_COMPONENTS url)
 if(Boost_FOUND)
   kt_add_peer(BOOST Boost::headers)
+  if(TARGET Boost::url)
+    kt_add_peer(BOOST_URL Boost::url)
+  endif()
+endif()
+
+find_package(CURL QUIET)
+if(CURL_FOUND)
+  kt_add_peer(CURL CURL::libcurl)
+endif()
+
+find_package(uriparser CONFIG QUIET)
+if(uriparser_FOUND)
+  kt_add_peer(URIPARSER uriparser::uriparser)
+endif()
+
+find_package(Poco CONFIG QUIET COMPONENTS Foundation)
+if(Poco_FOUND)
+  kt_add_peer(POCO Poco::Foundation)
+endif()
+
+find_package(fmt CONFIG QUIET)
+if(fmt_FOUND)
+  kt_add_peer(FMT fmt::fmt)
 endif()

@@ -7,7 +7,8 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-packages="libbenchmark-dev libssl-dev libabsl-dev libboost-dev"
+packages="libbenchmark-dev libssl-dev libabsl-dev libboost1.81-dev libboost-url1.81-dev
+          libcurl4-openssl-dev liburiparser-dev libpoco-dev libfmt-dev"
 missing=""
 for package in $packages; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "ok installed" ||

@@ -1,62 +1,132 @@
 #!/usr/bin/env python3
-"""Prints the peer benchmarks as one table: a row per work and size, the
-throughput of every contender, and libkt's ratio to the best peer.
+"""Prints the peer benchmarks as tables, one per program: a row per work and
+size, the speed of every contender, libkt's ratio to the best peer and the
+ratio that libkt aims for.
 
 Reads the JSON files that Google Benchmark writes with --benchmark_out. The
-benchmarks are named BM_<work>_<contender>/<size>; with repetitions the
-median is used.
+benchmarks are named BM_<work>_<contender>[/<size>]; with repetitions the
+median is used. A row whose benchmarks count bytes is compared by bytes per
+second, any other row by calls per second (the inverse of the time per
+call), so a ratio above 1 always means that libkt is faster.
 """
 import json
+import os
 import sys
 
-# Contenders that are libkt itself, never counted as peers.
+# Contenders that are libkt itself, never counted as peers. "Kt" is the one
+# that the ratio is taken of.
 OWN = {"Kt": "libkt", "KtPlain": "libkt plain"}
-PEER_NAMES = {"Absl": "abseil", "OpenSSL": "OpenSSL", "Boost": "Boost"}
+PEER_NAMES = {
+    "Absl": "abseil", "OpenSSL": "OpenSSL", "Boost": "Boost", "BoostUrl": "Boost.URL",
+    "Curl": "curl", "Poco": "Poco", "Uriparser": "uriparser", "Snprintf": "snprintf",
+    "Fmt": "fmt", "StdString": "std::string", "Raw": "system calls",
+}
+
+MiB = 1 << 20
+# (work, size or None for every size) -> (the least ratio libkt aims for, and
+# the one peer it is measured against, or None for the best of them).
+TARGETS = {
+    ("Base64Encode", MiB): (5.0, None),
+    ("Base64Decode", MiB): (5.0, None),
+    ("HexEncode", MiB): (8.0, None),
+    ("HexDecode", MiB): (4.0, None),
+    ("PercentEncode", MiB): (5.0, None),
+    ("PercentDecode", MiB): (5.0, None),
+    ("PercentEncode", 60): (2.0, None),
+    ("PercentDecode", 60): (2.0, None),
+    ("UrlHost", None): (3.0, None),
+    ("UrlAll", None): (1.0, None),
+    ("Format", None): (1 / 1.1, "Snprintf"),
+    ("Append", None): (1.0, None),
+    ("LoopbackBulk", None): (0.98, None),
+    ("ConnectAccept", None): (0.95, None),
+}
 
 
 def size_text(size):
-    for unit, scale in (("MiB", 1 << 20), ("KiB", 1 << 10)):
+    if size is None:
+        return ""
+    for unit, scale in (("MiB", MiB), ("KiB", 1 << 10)):
         if size >= scale and size % scale == 0:
             return f"{size // scale} {unit}"
     return f"{size} B"
 
 
-def read_rates(paths):
-    """Returns {(work, size): {contender: bytes per second}}."""
-    rates = {}
-    for path in paths:
-        with open(path) as stream:
-            benchmarks = json.load(stream)["benchmarks"]
-        has_medians = any(b.get("aggregate_name") == "median" for b in benchmarks)
-        for bench in benchmarks:
-            if has_medians and bench.get("aggregate_name") != "median":
-                continue
-            name, _, size = bench["run_name"].partition("/")
-            work, _, contender = name.removeprefix("BM_").rpartition("_")
-            rates.setdefault((work, int(size)), {})[contender] = bench["bytes_per_second"]
-    return rates
+NS_PER_UNIT = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def speed_of(bench):
+    """Returns (speed, cell text): bytes per second where the benchmark
+    counts bytes, else calls per second."""
+    if "bytes_per_second" in bench:
+        rate = bench["bytes_per_second"]
+        return rate, f"{rate / 1e9:.2f} GB/s"
+    ns = bench["real_time"] * NS_PER_UNIT[bench.get("time_unit", "ns")]
+    text = f"{ns:.0f} ns" if ns < 1e5 else f"{ns / 1e6:.2f} ms"
+    return 1e9 / ns, text
+
+
+def read_program(path):
+    """Returns {(work, size): {contender: (speed, text)}} for one program."""
+    with open(path) as stream:
+        benchmarks = json.load(stream)["benchmarks"]
+    has_medians = any(b.get("aggregate_name") == "median" for b in benchmarks)
+    rows = {}
+    for bench in benchmarks:
+        if has_medians and bench.get("aggregate_name") != "median":
+            continue
+        if bench.get("error_occurred"):
+            continue
+        name, _, size = bench["run_name"].partition("/")
+        size = int(size.split("/")[0]) if size else None
+        work, _, contender = name.removeprefix("BM_").rpartition("_")
+        rows.setdefault((work, size), {})[contender] = speed_of(bench)
+    return rows
+
+
+def target_of(work, size):
+    return TARGETS.get((work, size)) or TARGETS.get((work, None))
+
+
+def print_table(title, rows):
+    present = {c for row in rows.values() for c in row}
+    contenders = [c for c in OWN if c in present] + sorted(present - OWN.keys())
+    header = ["work", "size"] + [OWN.get(c) or PEER_NAMES.get(c, c) for c in contenders]
+    header += ["best peer", "libkt / best", "target", ""]
+    lines = []
+    missed = 0
+    for (work, size), row in sorted(rows.items(), key=lambda item: (item[0][0], item[0][1] or 0)):
+        cells = [work, size_text(size)] + [row[c][1] if c in row else "-" for c in contenders]
+        peers = {c: v[0] for c, v in row.items() if c not in OWN}
+        target = target_of(work, size)
+        if target and target[1] in peers:
+            peers = {target[1]: peers[target[1]]}
+        if peers and "Kt" in row:
+            best = max(peers, key=peers.get)
+            ratio = row["Kt"][0] / peers[best]
+            cells += [PEER_NAMES.get(best, best), f"{ratio:.2f}x"]
+            if target:
+                met = ratio >= target[0]
+                missed += not met
+                cells += [f">= {target[0]:.2f}x", "met" if met else "MISSED"]
+            else:
+                cells += ["", ""]
+        else:
+            cells += ["-", "-", "", ""]
+        lines.append(cells)
+    print(f"\n{title}\n")
+    widths = [max(len(r[i]) for r in [header] + lines) for i in range(len(header))]
+    for cells in [header, ["-" * w for w in widths]] + lines:
+        print("| " + " | ".join(c.ljust(w) for c, w in zip(cells, widths)) + " |")
+    return missed
 
 
 def main(paths):
-    rates = read_rates(paths)
-    present = {c for row in rates.values() for c in row}
-    contenders = [c for c in OWN if c in present] + sorted(present - OWN.keys())
-    names = [OWN.get(c) or PEER_NAMES.get(c, c) for c in contenders]
-    header = ["work", "size"] + [f"{n} GB/s" for n in names] + ["best peer", "libkt / best"]
-    rows = []
-    for (work, size), row in sorted(rates.items()):
-        peers = {c: r for c, r in row.items() if c not in OWN}
-        cells = [work, size_text(size)]
-        cells += [f"{row[c] / 1e9:.2f}" if c in row else "-" for c in contenders]
-        if peers and "Kt" in row:
-            best = max(peers, key=peers.get)
-            cells += [PEER_NAMES.get(best, best), f"{row['Kt'] / peers[best]:.1f}x"]
-        else:
-            cells += ["-", "-"]
-        rows.append(cells)
-    widths = [max(len(r[i]) for r in [header] + rows) for i in range(len(header))]
-    for cells in [header, ["-" * w for w in widths]] + rows:
-        print("| " + " | ".join(c.ljust(w) for c, w in zip(cells, widths)) + " |")
+    missed = 0
+    for path in paths:
+        title = os.path.splitext(os.path.basename(path))[0]
+        missed += print_table(title, read_program(path))
+    print(f"\n{missed} target(s) missed" if missed else "\nevery target met")
 
 
 if __name__ == "__main__":
