@@ -6,8 +6,10 @@ ratio that libkt aims for.
 Reads the JSON files that Google Benchmark writes with --benchmark_out. The
 benchmarks are named BM_<work>_<contender>[/<size>]; with repetitions the
 median is used. A row whose benchmarks count bytes is compared by bytes per
-second, any other row by calls per second (the inverse of the time per
-call), so a ratio above 1 always means that libkt is faster.
+second, one whose benchmarks count items by items per second (both rates
+over the time each benchmark chose to measure: real or CPU time), any other
+row by calls per second (the inverse of the real time per call), so a ratio
+above 1 always means that libkt is faster.
 """
 import json
 import os
@@ -57,11 +59,15 @@ NS_PER_UNIT = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 def speed_of(bench):
     """Returns (speed, cell text): bytes per second where the benchmark
-    counts bytes, else calls per second."""
+    counts bytes, items per second where it counts items (shown as the time
+    per item), else calls per second."""
     if "bytes_per_second" in bench:
         rate = bench["bytes_per_second"]
         return rate, f"{rate / 1e9:.2f} GB/s"
-    ns = bench["real_time"] * NS_PER_UNIT[bench.get("time_unit", "ns")]
+    if "items_per_second" in bench:
+        ns = 1e9 / bench["items_per_second"]
+    else:
+        ns = bench["real_time"] * NS_PER_UNIT[bench.get("time_unit", "ns")]
     text = f"{ns:.0f} ns" if ns < 1e5 else f"{ns / 1e6:.2f} ms"
     return 1e9 / ns, text
 
@@ -77,8 +83,11 @@ def read_program(path):
             continue
         if bench.get("error_occurred"):
             continue
-        name, _, size = bench["run_name"].partition("/")
-        size = int(size.split("/")[0]) if size else None
+        # Past the name come the arguments (the size) and the run's
+        # settings, such as "iterations:3000" or "process_time".
+        name, *arguments = bench["run_name"].split("/")
+        sizes = [int(a) for a in arguments if a.isdigit()]
+        size = sizes[0] if sizes else None
         work, _, contender = name.removeprefix("BM_").rpartition("_")
         rows.setdefault((work, size), {})[contender] = speed_of(bench)
     return rows
