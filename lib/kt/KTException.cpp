@@ -48,8 +48,11 @@ namespace detail {
 
 namespace {
 // Per thread, so that a test arming a fault is not disturbed by other threads.
-thread_local long allocationsToFailure = 0;
-thread_local long allocationsCounted = 0;
+// Every allocation touches them: the initial-exec model reaches them at a fixed
+// offset from the thread pointer instead of through a call to the dynamic
+// linker, which costs a short formatted string a few percent.
+[[gnu::tls_model("initial-exec")]] thread_local long allocationsToFailure = 0;
+[[gnu::tls_model("initial-exec")]] thread_local long allocationsCounted = 0;
 
 bool faultArmed() {
     ++allocationsCounted;
