@@ -17,7 +17,7 @@ import sys
 
 # Contenders that are libkt itself, never counted as peers. "Kt" is the one
 # that the ratio is taken of.
-OWN = {"Kt": "libkt", "KtPlain": "libkt plain"}
+OWN = {"Kt": "libkt", "KtAvx2": "libkt AVX2", "KtPlain": "libkt plain"}
 PEER_NAMES = {
     "Absl": "abseil", "OpenSSL": "OpenSSL", "Boost": "Boost", "BoostUrl": "Boost.URL",
     "Curl": "curl", "Poco": "Poco", "Uriparser": "uriparser", "Snprintf": "snprintf",

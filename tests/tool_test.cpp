@@ -79,6 +79,14 @@ TEST(ToolTest, CommandLineErrorsAndHelp) {
          "kt serve: option --port takes a number from 0 to 65535, not '65536' (see kt serve --help)\n"},
         {{"serve", "--root", "/nonexistent"}, 2, "", "kt serve: cannot use '/nonexistent': No such file or directory\n"},
         {{"serve", "--root", "/dev/null"}, 2, "", "kt serve: '/dev/null' is not a folder\n"},
+        {{"url", "--help"}, 0, "usage: kt url split ", ""},
+        {{"url", "query", "-h"}, 0, "usage: kt url split ", ""},
+        {{"url"}, 1, "", "kt url: no subcommand given (see kt url --help)\n"},
+        {{"url", "join", "s://h"}, 1, "", "kt url: unknown subcommand 'join' (see kt url --help)\n"},
+        {{"url", "split", "--bogus", "s://h"}, 1, "", "kt url: unknown option '--bogus' (see kt url --help)\n"},
+        {{"url", "set", "s://h"}, 1, "", "kt url: no COMPONENT=VALUE given (see kt url --help)\n"},
+        {{"url", "query", "--kv", "==", "s://h"}, 1, "",
+         "kt url: option --kv takes one character (see kt url --help)\n"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(joined(row.args));
@@ -88,6 +96,10 @@ TEST(ToolTest, CommandLineErrorsAndHelp) {
         EXPECT_EQ(result.err, row.err);
     }
     EXPECT_EQ(kt({}).status, 1);
+
+    test::ProcessResult unwritable = shell(test::ktProgram() + " url encode a >/dev/full");
+    EXPECT_EQ(unwritable.status, 2);
+    EXPECT_EQ(unwritable.err, "kt url: write failed\n");
 }
 
 TEST(ToolTest, CodecsInteroperateWithSystemTools) {

@@ -43,7 +43,7 @@ const char kUsage[] =
     "  --slashes     encode: escape every '/' (by default the first of a run stays)\n"
     "  -h, --help    print this help\n"
     "\n"
-    "Exit status: 0 on success, 1 on bad usage.\n";
+    "Exit status: 0 on success, 1 on bad usage, 2 when reading or writing fails.\n";
 
 using Getter = std::string (*)(const std::string&, bool);
 using Setter = std::string (*)(const std::string&, const std::string&, bool);
@@ -52,22 +52,21 @@ struct Component {
     const char* name;
     Getter get;
     Setter set;
-    bool escapesSlashes;  // what --encode does with "/" in a new value
 };
 
 // In the order the components appear in a URL.
 const Component kComponents[] = {
-    {"scheme", ktbase::url_scheme, ktbase::url_new_scheme, true},
-    {"authority", ktbase::url_authority, ktbase::url_new_authority, true},
-    {"domain", ktbase::url_domain, ktbase::url_new_domain, true},
-    {"user", ktbase::url_user, ktbase::url_new_user, true},
-    {"password", ktbase::url_password, ktbase::url_new_password, true},
-    {"host", ktbase::url_host, ktbase::url_new_host, true},
-    {"service", ktbase::url_service, ktbase::url_new_service, true},
-    {"path", ktbase::url_path, ktbase::url_new_path, false},
-    {"params", ktbase::url_params, ktbase::url_new_params, true},
-    {"query", ktbase::url_query, ktbase::url_new_query, true},
-    {"fragment", ktbase::url_fragment, ktbase::url_new_fragment, true},
+    {"scheme", ktbase::url_scheme, ktbase::url_new_scheme},
+    {"authority", ktbase::url_authority, ktbase::url_new_authority},
+    {"domain", ktbase::url_domain, ktbase::url_new_domain},
+    {"user", ktbase::url_user, ktbase::url_new_user},
+    {"password", ktbase::url_password, ktbase::url_new_password},
+    {"host", ktbase::url_host, ktbase::url_new_host},
+    {"service", ktbase::url_service, ktbase::url_new_service},
+    {"path", ktbase::url_path, ktbase::url_new_path},
+    {"params", ktbase::url_params, ktbase::url_new_params},
+    {"query", ktbase::url_query, ktbase::url_new_query},
+    {"fragment", ktbase::url_fragment, ktbase::url_new_fragment},
 };
 
 const Component& component(const std::string& name) {

@@ -89,12 +89,15 @@ public:
     /// `length + count` if needed; nothing for count <= 0. Throws like resize().
     void append(SIntLeast32 count, const UInt8* bytes);
 
-    /// Same length and bytes.
+    /// True for the same length and bytes.
     bool operator==(const CBuffer& other) const;
+    /// The negation of operator==.
     bool operator!=(const CBuffer& other) const;
-    /// Compares only the common prefix: a proper prefix of another buffer is
-    /// neither less nor greater than it (nor equal).
+    /// True when the common prefix compares lower (memcmp). Only that prefix
+    /// counts: a proper prefix of another buffer is neither less nor greater
+    /// than it (nor equal).
     bool operator<(const CBuffer& other) const;
+    /// True when the common prefix compares higher, as for operator<.
     bool operator>(const CBuffer& other) const;
 
     /// The storage, or null.
@@ -116,7 +119,9 @@ protected:
 /// ktbase::ref.
 class RBuffer : public CBuffer, public ktbase::object_refcount {
 public:
+    /// As CBuffer(SIntLeast32), with no reference taken yet.
     explicit RBuffer(SIntLeast32 size = 0) : CBuffer(size) {}
+    /// Frees the storage if owned; reached through either base.
     ~RBuffer() override;
 };
 
@@ -135,8 +140,11 @@ class CData : public CBuffer {
 public:
     /// An empty stream with room for `size` bytes (rounded up to 512).
     explicit CData(SIntLeast32 size = 0);
+    /// Deep copy of the written data, with the cursor at the same offset.
     CData(const CData& other);
+    /// Deep copy as above, releasing the old storage if owned.
     CData& operator=(const CData& other);
+    /// Frees the storage if owned.
     ~CData() override;
 
     /// Also moves the cursor to the start.
@@ -192,7 +200,9 @@ CData& operator>>(CData& stream, CBuffer& buffer);
 /// A reference-counted CData.
 class RData : public CData, public ktbase::object_refcount {
 public:
+    /// As CData(SIntLeast32), with no reference taken yet.
     explicit RData(SIntLeast32 size = 0) : CData(size) {}
+    /// Frees the storage if owned; reached through either base.
     ~RData() override;
 };
 

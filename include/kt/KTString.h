@@ -26,10 +26,17 @@ public:
     /// Copies `text` with its terminator (strlen + 1 bytes). `text` must not
     /// be null. Throws CException "memory allocation error" if out of memory.
     CString(const char* text);
+    /// Deep copy (a source in the empty state gives the empty state). Throws
+    /// CException "memory allocation error" if out of memory.
     CString(const CString& other);
+    /// Takes the other's memory; the other is left in the empty state.
     CString(CString&& other) noexcept = default;
+    /// Deep copy, releasing the old memory if owned. Throws as the copy
+    /// constructor; the string then keeps its old text.
     CString& operator=(const CString& other);
+    /// Exchanges memory with the other string.
     CString& operator=(CString&& other) noexcept = default;
+    /// Releases the memory if owned.
     ~CString() override;
 
     /// Returns a new string holding the printf-style formatting of the
@@ -112,10 +119,13 @@ private:
 /// A reference-counted CString.
 class RString : public CString, public ktbase::object_refcount {
 public:
+    /// The empty state, with no reference taken yet.
     RString() = default;
+    /// As CString(const char*), with no reference taken yet.
     RString(const char* text) : CString(text) {}
     /// As CString::createWithFormat().
     static RString createWithFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    /// Releases the memory if owned; reached through either base.
     ~RString() override;
 };
 

@@ -37,14 +37,19 @@ private:
 template <class T>
 class ref {
 public:
+    /// An empty handle.
     ref() noexcept = default;
+    /// An empty handle.
     ref(std::nullptr_t) noexcept {}
     /// Takes a new reference on `object` (null gives an empty handle).
     explicit ref(T* object) noexcept : object_(object) {
         if (object_) object_->retain();
     }
+    /// Takes a reference of its own on the other's object.
     ref(const ref& other) noexcept : ref(other.object_) {}
+    /// Takes over the other's reference; the other is left empty.
     ref(ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    /// Holds the other's object in place of its own, whose reference it drops.
     ref& operator=(ref other) noexcept {
         std::swap(object_, other.object_);
         return *this;
@@ -56,10 +61,15 @@ public:
         if (T* old = std::exchange(object_, nullptr)) old->release();
     }
 
+    /// Returns the object, or null for an empty handle.
     T* get() const noexcept { return object_; }
+    /// The object's members; the handle must not be empty.
     T* operator->() const noexcept { return object_; }
+    /// The object; the handle must not be empty.
     T& operator*() const noexcept { return *object_; }
+    /// True when the handle holds an object.
     explicit operator bool() const noexcept { return object_ != nullptr; }
+    /// Handles compare by the object they hold (empty ones equal nullptr).
     friend bool operator==(const ref& r, std::nullptr_t) noexcept { return !r.object_; }
     friend bool operator!=(const ref& r, std::nullptr_t) noexcept { return r.object_ != nullptr; }
     friend bool operator==(const ref& a, const ref& b) noexcept { return a.object_ == b.object_; }

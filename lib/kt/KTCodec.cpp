@@ -1,6 +1,5 @@
 #include "KTCodec.h"
 
-#include <array>
 #include <atomic>
 
 #include "KTCodecKernels.h"
@@ -9,27 +8,6 @@ namespace KT {
 namespace codec {
 
 namespace {
-
-constexpr char kHexDigits[] = "0123456789ABCDEF";
-constexpr char kBase64Alphabet[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-// Digit values; 255 for every byte that is not a hex digit.
-constexpr std::array<std::uint8_t, 256> kHexValues = [] {
-    std::array<std::uint8_t, 256> table{};
-    for (auto& value : table) value = 255;
-    for (int i = 0; i < 10; ++i) table['0' + i] = std::uint8_t(i);
-    for (int i = 0; i < 6; ++i) table['A' + i] = table['a' + i] = std::uint8_t(10 + i);
-    return table;
-}();
-
-// 6-bit values; -1 for "=" and every byte outside the alphabet.
-constexpr std::array<std::int8_t, 256> kBase64Values = [] {
-    std::array<std::int8_t, 256> table{};
-    for (auto& value : table) value = -1;
-    for (int i = 0; i < 64; ++i) table[std::uint8_t(kBase64Alphabet[i])] = std::int8_t(i);
-    return table;
-}();
 
 // ---------------------------------------------------------------- scalar
 
@@ -106,6 +84,7 @@ const KernelSet* const kSets[] = {
     &kScalarKernels,
 #ifdef KT_CODEC_X86
     &kAvx2Kernels,
+    &kAvx512Kernels,
 #endif
 };
 
@@ -114,6 +93,11 @@ bool cpuRuns(Kernel kernel) {
     // Also needed when the first codec call comes from a static constructor.
     __builtin_cpu_init();
     if (kernel == Kernel::Avx2) return __builtin_cpu_supports("avx2");
+    // The runtime reports AVX-512 only where the OS saves the zmm and mask
+    // registers, so no check of its own is needed.
+    if (kernel == Kernel::Avx512)
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+               __builtin_cpu_supports("avx512vbmi");
 #endif
     return kernel == Kernel::Scalar;
 }

@@ -26,8 +26,8 @@ std::size_t base64Encode(const std::uint8_t* in, std::size_t n, std::uint8_t* ou
 /// byte, one gives two bytes, any other count three.
 std::size_t base64Decode(const std::uint8_t* in, std::size_t n, std::uint8_t* out);
 
-/// The kernel sets: plain C++, and x86-64 vector code.
-enum class Kernel { Scalar, Avx2 };
+/// The kernel sets: plain C++, and x86-64 vector code of two widths.
+enum class Kernel { Scalar, Avx2, Avx512 };
 
 /// Makes every later call use `kernel`'s set and returns true; returns false
 /// and changes nothing when this build or this CPU cannot run it. For tests

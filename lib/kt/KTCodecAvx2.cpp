@@ -25,14 +25,11 @@ KT_AVX2 inline void store(std::uint8_t* p, __m256i v) {
 
 KT_AVX2 inline __m256i bytes(char c) { return _mm256_set1_epi8(c); }
 
-// A 16-entry table repeated in both lanes, for _mm256_shuffle_epi8.
-KT_AVX2 inline __m256i table(const char (&entries)[16]) {
+// The 16 entries at `entries` repeated in both lanes, for _mm256_shuffle_epi8.
+KT_AVX2 inline __m256i table(const char* entries) {
     __m128i half = _mm_loadu_si128(reinterpret_cast<const __m128i*>(entries));
     return _mm256_broadcastsi128_si256(half);
 }
-
-constexpr char kHexDigits[16] = {'0', '1', '2', '3', '4', '5', '6', '7',
-                                 '8', '9', 'A', 'B', 'C', 'D', 'E', 'F'};
 
 // ---------------------------------------------------------------- hex
 

@@ -5,6 +5,7 @@
 // set, so its results are the scalar ones by construction.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -19,6 +20,29 @@
 namespace KT {
 namespace codec {
 
+// The tables of the scalar set. The vector sets read them too where a table
+// lookup serves, so that no two copies can disagree.
+inline constexpr char kHexDigits[] = "0123456789ABCDEF";
+inline constexpr char kBase64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Digit values; 255 for every byte that is not a hex digit.
+inline constexpr std::array<std::uint8_t, 256> kHexValues = [] {
+    std::array<std::uint8_t, 256> table{};
+    for (auto& value : table) value = 255;
+    for (int i = 0; i < 10; ++i) table['0' + i] = std::uint8_t(i);
+    for (int i = 0; i < 6; ++i) table['A' + i] = table['a' + i] = std::uint8_t(10 + i);
+    return table;
+}();
+
+// 6-bit values; -1 for "=" and every byte outside the alphabet.
+inline constexpr std::array<std::int8_t, 256> kBase64Values = [] {
+    std::array<std::int8_t, 256> table{};
+    for (auto& value : table) value = -1;
+    for (int i = 0; i < 64; ++i) table[std::uint8_t(kBase64Alphabet[i])] = std::int8_t(i);
+    return table;
+}();
+
 struct KernelSet {
     Kernel kernel;
     void (*hexEncode)(const std::uint8_t* in, std::size_t n, std::uint8_t* out);
@@ -31,6 +55,8 @@ extern const KernelSet kScalarKernels;
 #ifdef KT_CODEC_X86
 /// Callable only where the CPU has AVX2.
 extern const KernelSet kAvx2Kernels;
+/// Callable only where the CPU has AVX-512 F, BW and VBMI.
+extern const KernelSet kAvx512Kernels;
 #endif
 
 }  // namespace codec
