@@ -98,14 +98,15 @@ void expectEncodingAsPlain(const std::string& text) {
     const char* first = input.data();
     const char* last = first + input.size();
     const kernel_set& kernels = active_kernels();
+    ASSERT_LE(kernels.encode_slack, kKernelSlack);
     for (bool all : {false, true}) {
         const std::string expected = plainEncoding(text, all);
         ASSERT_EQ(kernels.encoded_size(first, last, all), expected.size()) << "all " << all;
         if (text.empty()) continue;
-        std::vector<char> out(expected.size() + kKernelSlack + kGuard, kGuardByte);
+        std::vector<char> out(expected.size() + kernels.encode_slack + kGuard, kGuardByte);
         ASSERT_EQ(kernels.encode(out.data(), first, last, all), expected.size()) << "all " << all;
         ASSERT_EQ(std::string(out.data(), expected.size()), expected) << "all " << all;
-        for (std::size_t i = expected.size() + kKernelSlack; i < out.size(); ++i)
+        for (std::size_t i = expected.size() + kernels.encode_slack; i < out.size(); ++i)
             ASSERT_EQ(out[i], kGuardByte) << "written past the slack, all " << all;
         ASSERT_EQ(ktbase::url_encode(text, all), expected);
     }
@@ -116,11 +117,12 @@ void expectDecodingAsPlain(const std::string& text) {
     ASSERT_EQ(ktbase::url_decode(text), expected);
     if (text.empty()) return;
     const std::vector<char> input(text.begin(), text.end());
-    std::vector<char> out(text.size() + kKernelSlack + kGuard, kGuardByte);
-    const std::size_t size =
-        active_kernels().decode(out.data(), input.data(), input.data() + input.size());
+    const kernel_set& kernels = active_kernels();
+    ASSERT_LE(kernels.decode_slack, kKernelSlack);
+    std::vector<char> out(text.size() + kernels.decode_slack + kGuard, kGuardByte);
+    const std::size_t size = kernels.decode(out.data(), input.data(), input.data() + input.size());
     ASSERT_EQ(std::string(out.data(), size), expected);
-    for (std::size_t i = text.size() + kKernelSlack; i < out.size(); ++i)
+    for (std::size_t i = text.size() + kernels.decode_slack; i < out.size(); ++i)
         ASSERT_EQ(out[i], kGuardByte) << "written past the slack";
 }
 

@@ -103,8 +103,8 @@ void find_delimiters_scalar(const char* text, std::size_t length, delimiter_mask
 
 }  // namespace
 
-const kernel_set kScalarKernels = {url_kernel::scalar, encoded_size_scalar, encode_scalar,
-                                   decode_scalar, find_delimiters_scalar};
+const kernel_set kScalarKernels = {url_kernel::scalar, encoded_size_scalar, encode_scalar, 0,
+                                   decode_scalar,      0,                   find_delimiters_scalar};
 
 // ---------------------------------------------------------------- dispatch
 
@@ -116,6 +116,7 @@ const kernel_set* const kSets[] = {
 #ifdef KT_URL_X86
     &kSseKernels,
     &kAvx2Kernels,
+    &kAvx512Kernels,
 #endif
 };
 
@@ -125,8 +126,12 @@ bool cpu_runs(url_kernel kernel) {
     __builtin_cpu_init();
     const bool popcnt = __builtin_cpu_supports("popcnt");
     if (kernel == url_kernel::sse) return popcnt && __builtin_cpu_supports("ssse3");
-    if (kernel == url_kernel::avx2)
-        return popcnt && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+    const bool avx2 = popcnt && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+    if (kernel == url_kernel::avx2) return avx2;
+    if (kernel == url_kernel::avx512)
+        return avx2 && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("avx512f") &&
+               __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+               __builtin_cpu_supports("avx512vbmi2");
 #endif
     return kernel == url_kernel::scalar;
 }
@@ -145,10 +150,10 @@ const kernel_set& pick_fastest_kernels() {
 
 namespace {
 
-// Up to this many bytes, results are made on the stack and copied into a
-// string of their exact size; longer ones are written into the string, with
-// the kernels' slack after them.
-constexpr std::size_t kStackBytes = 512;
+// A result that fits in a string's own room is made on the stack and then
+// copied there; a longer one is written into the heap block of its string
+// (with the kernel's slack after it), so no byte is copied twice.
+constexpr std::size_t kShortResult = 15;
 
 }  // namespace
 
@@ -189,13 +194,13 @@ void url_encode_append(std::string& out, const std::string& text, bool escape_al
     const std::size_t old_size = out.size();
     // Sized exactly in a first pass: the result is the only allocation.
     const std::size_t size = kernels.encoded_size(first, last, escape_all_slashes);
-    if (size <= kStackBytes) {
-        char buffer[kStackBytes + kKernelSlack];
+    if (size <= kShortResult) {
+        char buffer[kShortResult + kKernelSlack];
         kernels.encode(buffer, first, last, escape_all_slashes);
         out.append(buffer, size);
         return;
     }
-    out.resize(old_size + size + kKernelSlack);
+    out.resize(old_size + size + kernels.encode_slack);
     kernels.encode(&out[old_size], first, last, escape_all_slashes);
     out.resize(old_size + size);
 }
@@ -205,11 +210,11 @@ std::string url_decode_range(const std::string& text, url_range range) {
     const kernel_set& kernels = active_kernels();
     const char* first = text.data() + range.begin;
     const std::size_t size = range.end - range.begin;
-    if (size <= kStackBytes) {
-        char buffer[kStackBytes + kKernelSlack];
+    if (size <= kShortResult) {
+        char buffer[kShortResult + kKernelSlack];
         return std::string(buffer, kernels.decode(buffer, first, first + size));
     }
-    std::string result(size + kKernelSlack, '\0');
+    std::string result(size + kernels.decode_slack, '\0');
     result.resize(kernels.decode(&result[0], first, first + size));
     return result;
 }

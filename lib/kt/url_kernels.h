@@ -43,8 +43,9 @@ struct delimiter_masks {
     std::uint64_t rows[kDelimiterCount][kWords];
 };
 
-/// Bytes that the vector kernels may write past the end of their result (in
-/// room that the caller gives them on top of it).
+/// The most bytes that a kernel writes past the end of its result (in room
+/// that the caller gives it on top of the result's): each set says how many
+/// its encoder and its decoder may write.
 constexpr std::size_t kKernelSlack = 16;
 
 enum class url_kernel { scalar, sse, avx2, avx512 };
@@ -54,13 +55,15 @@ struct kernel_set {
     /// What url_encode_range() writes for [first, last).
     std::size_t (*encoded_size)(const char* first, const char* last, bool escape_all_slashes);
     /// Writes what url_encode_range() writes and returns its size; `out`
-    /// needs room for that size plus kKernelSlack bytes.
+    /// needs room for that size plus encode_slack bytes.
     std::size_t (*encode)(char* out, const char* first, const char* last,
                           bool escape_all_slashes);
+    std::size_t encode_slack;
     /// Writes what url_decode_range() writes and returns its size; `out`
-    /// needs room for last - first plus kKernelSlack bytes. [first, last)
+    /// needs room for last - first plus decode_slack bytes. [first, last)
     /// is not empty.
     std::size_t (*decode)(char* out, const char* first, const char* last);
+    std::size_t decode_slack;
     /// Fills `masks` for the `length` bytes at `text`, with length at most
     /// delimiter_masks::kMaxLength.
     void (*find_delimiters)(const char* text, std::size_t length, delimiter_masks& masks);
@@ -72,6 +75,9 @@ extern const kernel_set kScalarKernels;
 extern const kernel_set kSseKernels;
 /// Callable only where the CPU has AVX2, BMI1 and POPCNT.
 extern const kernel_set kAvx2Kernels;
+/// Callable only where the CPU has AVX-512 F, BW, VL and VBMI2, AVX2, BMI1,
+/// BMI2 and POPCNT.
+extern const kernel_set kAvx512Kernels;
 #endif
 
 /// The set in use; null until the first call of active_kernels().

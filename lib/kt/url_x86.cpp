@@ -13,12 +13,15 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 
 #define KT_SSE __attribute__((target("ssse3,popcnt")))
 #define KT_AVX2 __attribute__((target("avx2,bmi,popcnt")))
+#define KT_AVX512 \
+    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi2,avx2,bmi,bmi2,popcnt")))
 
 namespace ktbase {
 namespace url_detail {
@@ -585,14 +588,116 @@ KT_AVX2 void find_delimiters_kernel(const char* text, std::size_t length,
 
 }  // namespace avx2
 
+// ---------------------------------------------------------------- AVX-512
+
+// AVX-512 BW and VBMI2: 64 bytes at a time, with byte masks. A masked load
+// reads only the bytes its mask selects, so the last bytes of a text need no
+// other path, and a compression gathers the kept bytes of a block in one
+// instruction. Encoding keeps the AVX2 kernels.
+namespace avx512 {
+
+KT_AVX512 inline __m512i bytes(char c) { return _mm512_set1_epi8(c); }
+
+// A mask of the first `count` lanes, count <= 64.
+KT_AVX512 inline __mmask64 first_lanes(std::size_t count) {
+    return __mmask64(_bzhi_u64(~std::uint64_t(0), unsigned(count)));
+}
+
+// The `count` <= 64 bytes at p, zeros after them.
+KT_AVX512 inline __m512i load(const char* p, std::size_t count) {
+    return _mm512_maskz_loadu_epi8(first_lanes(count), p);
+}
+
+KT_AVX512 inline __m512i hex_values(__m512i c) {
+    const __m512i digit = _mm512_sub_epi8(c, bytes('0'));
+    const __mmask64 is_digit = _mm512_cmple_epu8_mask(digit, bytes(9));
+    const __m512i letter = _mm512_sub_epi8(_mm512_or_si512(c, bytes(0x20)), bytes('a'));
+    const __mmask64 is_letter = _mm512_cmple_epu8_mask(letter, bytes(5));
+    return _mm512_mask_add_epi8(_mm512_maskz_mov_epi8(is_digit, digit), is_letter, letter,
+                                bytes(10));
+}
+
+// The blocks lie 64 bytes apart whatever their escapes do, so that the
+// loads and digit values of one block do not wait for the block before it:
+// the positions at the start of a block that the last escape of the block
+// before swallowed are carried over as a mask. The last block is stored
+// through a mask: this kernel writes no byte past its result.
+KT_AVX512 std::size_t decode_kernel(char* out, const char* first, const char* last) {
+    char* o = out;
+    std::uint64_t swallowed = 0;  // by the block before, at the start of this one
+    for (const char* p = first; p < last; p += 64) {
+        const std::size_t left = std::size_t(last - p);
+        const std::size_t count = left < 64 ? left : 64;
+        const __m512i v0 = load(p, count);
+        const std::uint64_t percents = _mm512_cmpeq_epi8_mask(v0, bytes('%')) & ~swallowed;
+        std::uint64_t candidates = 0;
+        __m512i values = _mm512_setzero_si512();
+        if (percents != 0) {
+            // Only a position with two bytes after it in the text starts an
+            // escape.
+            const std::size_t starts = std::min<std::size_t>(left > 2 ? left - 2 : 0, 64);
+            const __m512i high = hex_values(load(p + 1, std::min<std::size_t>(left - 1, 64)));
+            values = _mm512_or_si512(_mm512_slli_epi16(high, 4), hex_values(load(p + 2, starts)));
+            candidates = percents & _mm512_test_epi8_mask(values, values) & first_lanes(starts);
+            if (sse::overlapping(candidates)) {
+                // The plain rules, from the first position not swallowed up
+                // to the block's end (or the text's, when it ends here).
+                const char* from = p + _mm_popcnt_u64(swallowed);
+                if (left >= 66) {
+                    const char* reached = decode_scalar_until(o, from, p + 64);
+                    swallowed = (std::uint64_t(1) << (reached - (p + 64))) - 1;
+                    continue;
+                }
+                from = decode_scalar_until(o, from, last - 2);
+                while (from < last) *o++ = *from++;
+                break;
+            }
+        }
+        const std::uint64_t keep =
+            first_lanes(count) & ~swallowed & ~((candidates << 1) | (candidates << 2));
+        const __m512i kept =
+            _mm512_maskz_compress_epi8(keep, _mm512_mask_mov_epi8(v0, candidates, values));
+        const std::size_t written = std::size_t(_mm_popcnt_u64(keep));
+        if (count == 64)
+            _mm512_storeu_si512(o, kept);
+        else
+            _mm512_mask_storeu_epi8(o, first_lanes(written), kept);
+        o += written;
+        // The last escape swallows 1 (bit 62) or 2 (bit 63) positions of the
+        // next block: candidates do not overlap, so not both bits are set.
+        swallowed = (std::uint64_t(1) << (candidates >> 62)) - 1;
+    }
+    return std::size_t(o - out);
+}
+
+KT_AVX512 void find_delimiters_kernel(const char* text, std::size_t length,
+                                      delimiter_masks& masks) {
+    for (std::size_t word = 0; 64 * word < length; ++word) {
+        const std::size_t rest = length - 64 * word;
+        const __m512i v = load(text + 64 * word, rest < 64 ? rest : 64);
+        for (int d = 0; d < kDelimiterCount; ++d)
+            masks.rows[d][word] = _mm512_cmpeq_epi8_mask(v, bytes(kDelimiterBytes[d]));
+    }
+}
+
+}  // namespace avx512
+
 }  // namespace
 
-const kernel_set kSseKernels = {url_kernel::sse, sse::encoded_size_kernel, sse::encode_kernel,
-                                sse::decode_kernel, sse::find_delimiters_kernel};
+const kernel_set kSseKernels = {url_kernel::sse,     sse::encoded_size_kernel,
+                                sse::encode_kernel,  kKernelSlack,
+                                sse::decode_kernel,  kKernelSlack,
+                                sse::find_delimiters_kernel};
 
-const kernel_set kAvx2Kernels = {url_kernel::avx2, avx2::encoded_size_kernel,
-                                 avx2::encode_kernel, avx2::decode_kernel,
+const kernel_set kAvx2Kernels = {url_kernel::avx2,    avx2::encoded_size_kernel,
+                                 avx2::encode_kernel, kKernelSlack,
+                                 avx2::decode_kernel, kKernelSlack,
                                  avx2::find_delimiters_kernel};
+
+const kernel_set kAvx512Kernels = {url_kernel::avx512,    avx2::encoded_size_kernel,
+                                   avx2::encode_kernel,   kKernelSlack,
+                                   avx512::decode_kernel, 0,
+                                   avx512::find_delimiters_kernel};
 
 }  // namespace url_detail
 }  // namespace ktbase
