@@ -286,7 +286,8 @@ TEST_P(UrlKernelTest, SplitIsTheStepsOnUrlShapes) {
 TEST_P(UrlKernelTest, SplitLargeTexts) {
     Generator generate(7);
     for (std::size_t n : {std::size_t(4096), std::size_t(1) << 16})
-        for (const std::string* alphabet : kAlphabets) expectSplitAsSteps(generate.text(n, *alphabet));
+        for (const std::string* alphabet : kAlphabets)
+            expectSplitAsSteps(generate.text(n, *alphabet));
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, UrlKernelTest,

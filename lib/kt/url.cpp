@@ -219,9 +219,11 @@ enum chain_part : unsigned {
 };
 
 // The steps of url_internal.h, one after the other on one scan state; the
-// ranges of the parts not asked for are left alone.
+// ranges of the parts not asked for are left alone. Inlined into each getter,
+// which then computes and stores only what it returns.
 template <unsigned Parts, class Finder>
-void split_with(const std::string& url, const Finder& finder, url_parts& parts) {
+__attribute__((always_inline)) inline void split_with(const std::string& url, const Finder& finder,
+                                                       url_parts& parts) {
     const char* s = url.data();
     const std::size_t n = url.size();
     // split_fragment
@@ -313,8 +315,9 @@ void split_with(const std::string& url, const Finder& finder, url_parts& parts) 
     }
 }
 
+// The parts of `url` that `Parts` asks for, by the masks for a short text.
 template <unsigned Parts>
-url_parts split_parts(const std::string& url) {
+__attribute__((always_inline)) inline url_parts split_parts(const std::string& url) {
     url_parts parts;
     if (url.size() <= delimiter_masks::kMaxLength) {
         delimiter_masks masks;

@@ -424,7 +424,8 @@ KT_SSE void find_delimiters_kernel(const char* text, std::size_t length,
         return;
     }
     std::size_t chunk = 0;
-    for (; 16 * (chunk + 1) <= length; ++chunk) mark_delimiters(load(text + 16 * chunk), chunk, masks);
+    for (; 16 * (chunk + 1) <= length; ++chunk)
+        mark_delimiters(load(text + 16 * chunk), chunk, masks);
     const std::size_t rest = length - 16 * chunk;
     // The last 16 bytes, of which the first 16 - rest were marked already.
     if (rest > 0) mark_delimiters(load(text + length - 16), chunk, masks, 16 - rest);
@@ -473,7 +474,8 @@ KT_AVX2 std::size_t encoded_size(const char* first, const char* last) {
     for (; last - p >= 32; p += 32)
         size += 2 * std::size_t(_mm_popcnt_u32(escapes<EscapeAllSlashes>(load(p), carry)));
     for (; last - p >= 16; p += 16)
-        size += 2 * std::size_t(_mm_popcnt_u32(sse::escapes<EscapeAllSlashes>(sse::load(p), carry)));
+        size += 2 * std::size_t(
+                        _mm_popcnt_u32(sse::escapes<EscapeAllSlashes>(sse::load(p), carry)));
     if (p < last) {
         const std::size_t count = std::size_t(last - p);
         const unsigned escaped =
@@ -581,7 +583,8 @@ KT_AVX2 void find_delimiters_kernel(const char* text, std::size_t length,
         return;
     }
     std::size_t chunk = 0;
-    for (; 32 * (chunk + 1) <= length; ++chunk) mark_delimiters(load(text + 32 * chunk), chunk, masks);
+    for (; 32 * (chunk + 1) <= length; ++chunk)
+        mark_delimiters(load(text + 32 * chunk), chunk, masks);
     const std::size_t rest = length - 32 * chunk;
     if (rest > 0) mark_delimiters(load(text + length - 32), chunk, masks, unsigned(32 - rest));
 }
