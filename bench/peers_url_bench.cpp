@@ -14,6 +14,8 @@
 //   its getters, each peer parses the URL in full and reads the same eight
 //   components from the result, in its cheapest form (a view where it has
 //   one, so the peers make no copies that libkt does not).
+// - KtPlain: libkt on its plain kernels (no vector code), for the gain of the
+//   vector ones; bench/table.py does not count it as a peer.
 //
 // The same work for everyone: a percent-coding call turns a const string
 // into a new string (or a buffer allocated for it) holding the whole result,
@@ -33,6 +35,7 @@
 #include <vector>
 
 #include "kt/url.h"
+#include "url_kernels.h"
 
 #ifdef KT_HAVE_CURL
 #include <curl/curl.h>
@@ -231,10 +234,31 @@ void BM_UrlAll_Kt(benchmark::State& state) {
         [](const std::string&) { return true; });
 }
 
+// libkt restricted to its plain kernels: the gain of the vector ones.
+void withPlainKernels(benchmark::State& state, void (*run)(benchmark::State&)) {
+    const ktbase::url_detail::url_kernel kernel = ktbase::url_detail::active_kernel();
+    ktbase::url_detail::select_kernel(ktbase::url_detail::url_kernel::scalar);
+    run(state);
+    ktbase::url_detail::select_kernel(kernel);
+}
+
+void BM_PercentEncode_KtPlain(benchmark::State& state) {
+    withPlainKernels(state, BM_PercentEncode_Kt);
+}
+void BM_PercentDecode_KtPlain(benchmark::State& state) {
+    withPlainKernels(state, BM_PercentDecode_Kt);
+}
+void BM_UrlHost_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_UrlHost_Kt); }
+void BM_UrlAll_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_UrlAll_Kt); }
+
 BENCHMARK(BM_PercentEncode_Kt)->Apply(sizes);
 BENCHMARK(BM_PercentDecode_Kt)->Apply(sizes);
 BENCHMARK(BM_UrlHost_Kt);
 BENCHMARK(BM_UrlAll_Kt);
+BENCHMARK(BM_PercentEncode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_UrlHost_KtPlain);
+BENCHMARK(BM_UrlAll_KtPlain);
 
 // ------------------------------------------------------------------- curl
 
