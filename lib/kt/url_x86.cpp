@@ -375,9 +375,41 @@ KT_SSE inline void decode_tail(char*& o, const char* p, const char* last, const 
     while (p < last) *o++ = *p++;
 }
 
-// Decodes the 16 positions at p, with 18 bytes readable there; returns the
-// position after what they took.
-KT_SSE inline const char* decode_16(char*& o, const char* p) {
+// Decodes a block of Width positions at p whose "%" are the bits of
+// `percents` by the plain rules, one "%" at a time, where escapes are few:
+// each run between them is copied by one move of Width bytes (in the
+// registers of the kernel it is inlined into) instead of the whole block
+// being compacted. Needs 2 * Width + 2 bytes readable at p; returns the
+// position after the block and what its last escape took.
+template <std::size_t Width>
+inline const char* decode_sparse(char*& o, const char* p, std::uint32_t percents) {
+    const auto copy = [](char* to, const char* from) { std::memcpy(to, from, Width); };
+    char* out = o;
+    std::size_t run = 0;  // where the run being copied starts, from p
+    copy(out, p);
+    do {
+        const std::size_t at = std::size_t(__builtin_ctz(percents));
+        percents &= percents - 1;
+        if (at < run) continue;  // a digit of the escape before
+        out += at - run;
+        const unsigned value = kHexValues[static_cast<unsigned char>(p[at + 1])] * 16u +
+                               kHexValues[static_cast<unsigned char>(p[at + 2])];
+        // A "%" worth 0 is kept, and the bytes after it are read as text.
+        *out++ = char(value != 0 ? value : '%');
+        run = at + (value != 0 ? 3 : 1);
+        copy(out, p + run);
+    } while (percents != 0);
+    if (run > Width) {
+        o = out;
+        return p + run;
+    }
+    o = out + (Width - run);
+    return p + Width;
+}
+
+// Decodes the 16 positions at p, with 18 bytes readable there (`room` in
+// all); returns the position after what they took.
+KT_SSE inline const char* decode_16(char*& o, const char* p, std::size_t room) {
     const __m128i v0 = load(p);
     const unsigned percents = mask_of(_mm_cmpeq_epi8(v0, bytes('%')));
     if (percents == 0) {
@@ -385,6 +417,8 @@ KT_SSE inline const char* decode_16(char*& o, const char* p) {
         o += 16;
         return p + 16;
     }
+    if ((percents & (percents - 1)) == 0 && room >= 34)
+        return decode_sparse<16>(o, p, percents);
     const __m128i values = escape_values(load(p + 1), load(p + 2));
     const unsigned candidates =
         percents & ~mask_of(_mm_cmpeq_epi8(values, _mm_setzero_si128()));
@@ -395,7 +429,7 @@ KT_SSE inline const char* decode_16(char*& o, const char* p) {
 KT_SSE std::size_t decode_kernel(char* out, const char* first, const char* last) {
     char* o = out;
     const char* p = first;
-    while (last - p >= 18) p = decode_16(o, p);
+    while (last - p >= 18) p = decode_16(o, p, std::size_t(last - p));
     if (p < last) decode_tail(o, p, last, first);
     return std::size_t(o - out);
 }
@@ -528,7 +562,7 @@ KT_AVX2 inline __m256i hex_values(__m256i c) {
 
 // Decodes the 32 positions at p, with 34 bytes readable there; returns the
 // position after what they took.
-KT_AVX2 inline const char* decode_32(char*& o, const char* p) {
+KT_AVX2 inline const char* decode_32(char*& o, const char* p, std::size_t room) {
     const __m256i v0 = load(p);
     const std::uint32_t percents = mask_of(_mm256_cmpeq_epi8(v0, bytes('%')));
     if (percents == 0) {
@@ -536,6 +570,8 @@ KT_AVX2 inline const char* decode_32(char*& o, const char* p) {
         o += 32;
         return p + 32;
     }
+    if (_mm_popcnt_u32(percents) <= 2 && room >= 66)
+        return sse::decode_sparse<32>(o, p, percents);
     const __m256i values = _mm256_or_si256(_mm256_slli_epi16(hex_values(load(p + 1)), 4),
                                            hex_values(load(p + 2)));
     const std::uint32_t candidates =
@@ -556,8 +592,8 @@ KT_AVX2 inline const char* decode_32(char*& o, const char* p) {
 KT_AVX2 std::size_t decode_kernel(char* out, const char* first, const char* last) {
     char* o = out;
     const char* p = first;
-    while (last - p >= 34) p = decode_32(o, p);
-    while (last - p >= 18) p = sse::decode_16(o, p);
+    while (last - p >= 34) p = decode_32(o, p, std::size_t(last - p));
+    while (last - p >= 18) p = sse::decode_16(o, p, std::size_t(last - p));
     if (p < last) sse::decode_tail(o, p, last, first);
     return std::size_t(o - out);
 }
