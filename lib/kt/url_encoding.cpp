@@ -154,6 +154,9 @@ namespace {
 // copied there; a longer one is written into the heap block of its string
 // (with the kernel's slack after it), so no byte is copied twice.
 constexpr std::size_t kShortResult = 15;
+// Texts of up to this many bytes are encoded on the stack, longer ones
+// straight into their string.
+constexpr std::size_t kOnePassText = 128;
 
 }  // namespace
 
@@ -192,24 +195,25 @@ void url_encode_append(std::string& out, const std::string& text, bool escape_al
     const char* first = text.data();
     const char* last = first + text.size();
     const std::size_t old_size = out.size();
-    // Sized exactly in a first pass: the result is the only allocation.
-    const std::size_t size = kernels.encoded_size(first, last, escape_all_slashes);
-    if (size <= kShortResult) {
-        char buffer[kShortResult + kKernelSlack];
-        kernels.encode(buffer, first, last, escape_all_slashes);
-        out.append(buffer, size);
+    if (text.size() <= kOnePassText) {
+        // Encoded in one pass on the stack, then copied: a short text is not
+        // worth a pass that only measures it.
+        char buffer[3 * kOnePassText + kKernelSlack];
+        out.append(buffer, kernels.encode(buffer, first, last, escape_all_slashes));
         return;
     }
+    // Sized exactly in a first pass: the result is the only allocation.
+    const std::size_t size = kernels.encoded_size(first, last, escape_all_slashes);
     out.resize(old_size + size + kernels.encode_slack);
     kernels.encode(&out[old_size], first, last, escape_all_slashes);
     out.resize(old_size + size);
 }
 
-std::string url_decode_range(const std::string& text, url_range range) {
-    if (range.end <= range.begin) return std::string();
+namespace {
+
+// The decoding of the `size` > 0 bytes at `first`, as a new string.
+std::string decoded(const char* first, std::size_t size) {
     const kernel_set& kernels = active_kernels();
-    const char* first = text.data() + range.begin;
-    const std::size_t size = range.end - range.begin;
     if (size <= kShortResult) {
         char buffer[kShortResult + kKernelSlack];
         return std::string(buffer, kernels.decode(buffer, first, first + size));
@@ -217,6 +221,13 @@ std::string url_decode_range(const std::string& text, url_range range) {
     std::string result(size + kernels.decode_slack, '\0');
     result.resize(kernels.decode(&result[0], first, first + size));
     return result;
+}
+
+}  // namespace
+
+std::string url_decode_range(const std::string& text, url_range range) {
+    if (range.end <= range.begin) return std::string();
+    return decoded(text.data() + range.begin, range.end - range.begin);
 }
 
 }  // namespace url_detail
@@ -228,7 +239,7 @@ std::string url_encode(const std::string& text, bool escape_all_slashes) {
 }
 
 std::string url_decode(const std::string& text) {
-    return url_detail::url_decode_range(text, {0, text.size()});
+    return text.empty() ? std::string() : url_detail::decoded(text.data(), text.size());
 }
 
 }  // namespace ktbase
