@@ -1,12 +1,15 @@
 // The x86-64 vector kernel sets of the URL functions: SSSE3 (16 bytes at a
-// time) and AVX2 (32). Every function carries its target attribute instead
-// of the file being built with -mavx2, so the rest of the library runs on
-// every x86-64; the SSSE3 helpers are inlined into the AVX2 functions too.
+// time), AVX2 (32) and AVX-512 (64, for decoding and the delimiter masks).
+// Every function carries its target attribute instead of the file being
+// built with -mavx2, so the rest of the library runs on every x86-64; the
+// SSSE3 helpers are inlined into the wider kernels too.
 //
 // Each kernel gives the plain set's results by construction: it classifies
 // a block of bytes at once, writes a block that needs no change as one copy,
-// and hands every case that its block logic does not cover (an escape that
-// may overlap another one, and the last bytes) to the plain rules.
+// applies the plain rules to the bytes of a block in vector form (the last
+// bytes of a text padded with zeros that count as nothing), and hands the
+// one case its block logic does not cover, an escape that may swallow the
+// "%" of the next, to the plain loop.
 #include "url_kernels.h"
 
 #ifdef KT_URL_X86
