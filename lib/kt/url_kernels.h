@@ -34,9 +34,9 @@ constexpr int kDelimiterCount = 6;
 constexpr char kDelimiterBytes[kDelimiterCount] = {'#', ':', '/', '@', ';', '?'};
 
 /// Where the delimiters lie in a text of at most kMaxLength bytes: bit i of
-/// word i / 64 of row d is set when byte i is kDelimiterBytes[d]. Only the
-/// first (length + 63) / 64 words of each row are written; the bits past the
-/// text's end in its last word are 0.
+/// word i / 64 of row d is set when byte i is kDelimiterBytes[d]. The first
+/// (length + 63) / 64 words of each row are written, the others may be left
+/// as they were; the bits past the text's end in its last word are 0.
 struct delimiter_masks {
     static constexpr std::size_t kMaxLength = 256;
     static constexpr std::size_t kWords = kMaxLength / 64;
@@ -48,6 +48,7 @@ struct delimiter_masks {
 /// its encoder and its decoder may write.
 constexpr std::size_t kKernelSlack = 16;
 
+/// The kernel sets: plain C++, SSSE3, AVX2 and AVX-512 (BW and VBMI2).
 enum class url_kernel { scalar, sse, avx2, avx512 };
 
 struct kernel_set {
