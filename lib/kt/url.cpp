@@ -3,9 +3,12 @@
 #include "kt/url.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
 
 #include "url_internal.h"
+#include "url_kernels.h"
 
 namespace ktbase {
 namespace url_detail {
@@ -137,6 +140,216 @@ url_range split_user(const std::string& url, url_range& state) {
     return state;
 }
 
+// ---------------------------------------------------------------------------
+// The chain in one pass, for the getters and split_url(). The searches are
+// the steps' own, in the same order and over the same bytes; they only go
+// through a finder, which either searches the text (any length) or reads
+// bit masks of where the delimiters lie (texts of up to
+// delimiter_masks::kMaxLength bytes, made by one vector pass).
+
+namespace {
+
+// The bytes of a delimiter set, as a C string for find_any().
+template <unsigned Set>
+constexpr std::array<char, kDelimiterCount + 1> bytes_of() {
+    std::array<char, kDelimiterCount + 1> bytes{};
+    int count = 0;
+    for (int d = 0; d < kDelimiterCount; ++d)
+        if (Set & (1u << d)) bytes[count++] = kDelimiterBytes[d];
+    return bytes;
+}
+
+template <unsigned Set>
+constexpr std::array<char, kDelimiterCount + 1> kBytesOf = bytes_of<Set>();
+
+// Searches the text itself: the plain path, for texts of any length.
+class text_finder {
+public:
+    explicit text_finder(const std::string& text) : text_(text) {}
+
+    /// The first position at or after `from` that holds a byte of `Set`, or
+    /// npos.
+    template <unsigned Set>
+    std::size_t find(std::size_t from) const {
+        return find_any(text_, from, kBytesOf<Set>.data());
+    }
+
+private:
+    const std::string& text_;
+};
+
+// Reads the delimiter masks of a short text: each search is a few bit
+// operations on a word or two.
+class mask_finder {
+public:
+    mask_finder(const delimiter_masks& masks, std::size_t length)
+        : masks_(masks), words_((length + 63) / 64) {}
+
+    template <unsigned Set>
+    std::size_t find(std::size_t from) const {
+        std::size_t w = from / 64;
+        if (w >= words_) return npos;
+        std::uint64_t bits = word<Set>(w) & (~std::uint64_t(0) << (from % 64));
+        while (bits == 0) {
+            if (++w == words_) return npos;
+            bits = word<Set>(w);
+        }
+        return w * 64 + std::size_t(__builtin_ctzll(bits));
+    }
+
+private:
+    template <unsigned Set>
+    std::uint64_t word(std::size_t w) const {
+        std::uint64_t bits = 0;
+        for (int d = 0; d < kDelimiterCount; ++d)
+            if (Set & (1u << d)) bits |= masks_.rows[d][w];
+        return bits;
+    }
+
+    const delimiter_masks& masks_;
+    std::size_t words_;
+};
+
+// Which parts of the chain to run after the top-level steps up to the
+// authority, which always run.
+enum chain_part : unsigned {
+    kPathPart = 1,       // query, params, path
+    kAuthorityPart = 2,  // userinfo, service, host, domain, password, user
+    kWholeChain = kPathPart | kAuthorityPart,
+};
+
+// The steps of url_internal.h, one after the other on one scan state; the
+// ranges of the parts not asked for are left alone. Inlined into each getter,
+// which then computes and stores only what it returns.
+template <unsigned Parts, class Finder>
+__attribute__((always_inline)) inline void split_with(const std::string& url, const Finder& finder,
+                                                       url_parts& parts) {
+    const char* s = url.data();
+    const std::size_t n = url.size();
+    // split_fragment
+    std::size_t end = finder.template find<kHash>(0);
+    if (end == npos) {
+        end = n;
+        parts.fragment = {n, n};
+    } else {
+        parts.fragment = {end + 1, n};
+    }
+    // split_scheme
+    std::size_t begin = 0;
+    const std::size_t colon = finder.template find<kColon | kSlash>(0);
+    if (colon < end && s[colon] == ':') {
+        parts.scheme = {0, colon};
+        begin = colon + 1;
+    } else {
+        parts.scheme = {0, 0};
+    }
+    // split_authority
+    if (end - begin >= 2 && s[begin] == '/' && s[begin + 1] == '/') {
+        const std::size_t a = begin + 2;
+        std::size_t t = finder.template find<kAt | kSlash>(a);
+        if (t == npos)
+            t = finder.template find<kSemicolon | kQuestion>(a);
+        else if (s[t] == '@')
+            t = finder.template find<kSlash | kSemicolon | kQuestion>(t + 1);
+        if (t == npos)
+            t = end;
+        else if (t >= end)
+            t = a;
+        parts.authority = {a, t};
+        begin = t;
+    } else {
+        parts.authority = {begin, begin};
+    }
+    if (Parts & kPathPart) {
+        // split_query, split_params, split_path
+        const std::size_t question = finder.template find<kQuestion>(begin);
+        if (question < end) {
+            parts.query = {question + 1, end};
+            end = question;
+        } else {
+            parts.query = {end, end};
+        }
+        const std::size_t semicolon = finder.template find<kSemicolon>(begin);
+        if (semicolon < end) {
+            parts.params = {semicolon + 1, end};
+            end = semicolon;
+        } else {
+            parts.params = {end, end};
+        }
+        parts.path = {begin, end};
+    }
+    if (Parts & kAuthorityPart) {
+        // split_userinfo, then split_service and split_host on the host and
+        // port, split_domain, split_password and split_user on the userinfo.
+        const url_range authority = parts.authority;
+        url_range userinfo{authority.begin, authority.begin}, host_and_port = authority;
+        const std::size_t at = finder.template find<kAt>(authority.begin);
+        if (at < authority.end) {
+            userinfo.end = at;
+            host_and_port.begin = at + 1;
+        }
+        const std::size_t port = finder.template find<kColon>(host_and_port.begin);
+        if (port < host_and_port.end) {
+            parts.host = {host_and_port.begin, port};
+            parts.service = {port + 1, host_and_port.end};
+        } else {
+            parts.host = host_and_port;
+            parts.service = {host_and_port.end, host_and_port.end};
+        }
+        std::size_t user = userinfo.begin;
+        const std::size_t semicolon = finder.template find<kSemicolon>(user);
+        if (semicolon < userinfo.end) {
+            parts.domain = {user, semicolon};
+            user = semicolon + 1;
+        } else {
+            parts.domain = {user, user};
+        }
+        const std::size_t password = finder.template find<kColon>(user);
+        if (password < userinfo.end) {
+            parts.user = {user, password};
+            parts.password = {password + 1, userinfo.end};
+        } else {
+            parts.user = {user, userinfo.end};
+            parts.password = {userinfo.end, userinfo.end};
+        }
+    }
+}
+
+// The parts of `url` that `Parts` asks for, by the masks for a short text.
+template <unsigned Parts>
+__attribute__((always_inline)) inline url_parts split_parts(const std::string& url) {
+    url_parts parts;
+    if (url.size() <= delimiter_masks::kMaxLength) {
+        delimiter_masks masks;
+        active_kernels().find_delimiters(url.data(), url.size(), masks);
+        split_with<Parts>(url, mask_finder(masks, url.size()), parts);
+    } else {
+        split_with<Parts>(url, text_finder(url), parts);
+    }
+    return parts;
+}
+
+// The scheme alone: the first ":", "/" or "#" decides. A ":" before any "/"
+// and "#" is the one split_scheme finds before the fragment; a "/" or "#"
+// first, or none, leaves no scheme. A scheme is short: the first bytes are
+// looked at one by one, and only a text without any of the three there is
+// searched further.
+url_range scheme_range(const std::string& url) {
+    constexpr unsigned kEnds = kColon | kSlash | kHash;
+    constexpr std::size_t kLookedAt = 24;
+    const std::size_t n = url.size();
+    const std::size_t first = std::min(n, kLookedAt);
+    std::size_t at = 0;
+    while (at < first && (kDelimiterOf[static_cast<unsigned char>(url[at])] & kEnds) == 0) ++at;
+    if (at == first) at = n > first ? text_finder(url).find<kEnds>(first) : npos;
+    if (at == npos || url[at] != ':') return {0, 0};
+    return {0, at};
+}
+
+}  // namespace
+
+url_parts split_url(const std::string& url) { return split_parts<kWholeChain>(url); }
+
 url_range locate(const std::string& url, url_step step) {
     url_range state{0, url.size()};
     return step(url, state);
@@ -199,51 +412,54 @@ void kvmap_join(std::string& out, const std::map<std::string, std::string>& map,
 }  // namespace url_detail
 
 using url_detail::locate;
-using url_detail::locate_in_authority;
 using url_detail::range_text;
 
 std::string url_scheme(const std::string& url, bool decode) {
-    return range_text(url, locate(url, url_detail::split_scheme), decode);
+    return range_text(url, url_detail::scheme_range(url), decode);
 }
 
 std::string url_authority(const std::string& url, bool decode) {
-    return range_text(url, locate(url, url_detail::split_authority), decode);
+    return range_text(url, url_detail::split_parts<0>(url).authority, decode);
 }
 
 std::string url_path(const std::string& url, bool decode) {
-    return range_text(url, locate(url, url_detail::split_path), decode);
+    return range_text(url, url_detail::split_parts<url_detail::kPathPart>(url).path, decode);
 }
 
 std::string url_params(const std::string& url, bool decode) {
-    return range_text(url, locate(url, url_detail::split_params), decode);
+    return range_text(url, url_detail::split_parts<url_detail::kPathPart>(url).params, decode);
 }
 
 std::string url_query(const std::string& url, bool decode) {
-    return range_text(url, locate(url, url_detail::split_query), decode);
+    return range_text(url, url_detail::split_parts<url_detail::kPathPart>(url).query, decode);
 }
 
 std::string url_fragment(const std::string& url, bool decode) {
+    // One search for the first "#": nothing to gain from the masks.
     return range_text(url, locate(url, url_detail::split_fragment), decode);
 }
 
 std::string url_domain(const std::string& url, bool decode) {
-    return range_text(url, locate_in_authority(url, url_detail::split_domain).part, decode);
+    return range_text(url, url_detail::split_parts<url_detail::kAuthorityPart>(url).domain,
+                      decode);
 }
 
 std::string url_user(const std::string& url, bool decode) {
-    return range_text(url, locate_in_authority(url, url_detail::split_user).part, decode);
+    return range_text(url, url_detail::split_parts<url_detail::kAuthorityPart>(url).user, decode);
 }
 
 std::string url_password(const std::string& url, bool decode) {
-    return range_text(url, locate_in_authority(url, url_detail::split_password).part, decode);
+    return range_text(url, url_detail::split_parts<url_detail::kAuthorityPart>(url).password,
+                      decode);
 }
 
 std::string url_host(const std::string& url, bool decode) {
-    return range_text(url, locate_in_authority(url, url_detail::split_host).part, decode);
+    return range_text(url, url_detail::split_parts<url_detail::kAuthorityPart>(url).host, decode);
 }
 
 std::string url_service(const std::string& url, bool decode) {
-    return range_text(url, locate_in_authority(url, url_detail::split_service).part, decode);
+    return range_text(url, url_detail::split_parts<url_detail::kAuthorityPart>(url).service,
+                      decode);
 }
 
 void url_query_kvmap(std::map<std::string, std::string>& map, const std::string& url,

@@ -1,11 +1,14 @@
-// Percent-encoding and decoding of URL texts.
+// Percent-encoding and decoding of URL texts: the plain kernel set, the
+// choice of the set in use, and the functions built on them.
 #include "kt/url.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
 #include "url_internal.h"
+#include "url_kernels.h"
 
 namespace ktbase {
 namespace url_detail {
@@ -34,15 +37,6 @@ constexpr std::array<std::array<code, 256>, 2> kCodes = [] {
     return tables;
 }();
 
-// Digit values for decoding. "0" reads as 0 like any non-digit, which is why
-// an escape worth 0 cannot be told from garbage and is left undecoded.
-constexpr std::array<std::uint8_t, 256> kHexValues = [] {
-    std::array<std::uint8_t, 256> table{};
-    for (int i = 1; i < 10; ++i) table['0' + i] = std::uint8_t(i);
-    for (int i = 0; i < 6; ++i) table['A' + i] = table['a' + i] = std::uint8_t(10 + i);
-    return table;
-}();
-
 // The code of byte c, following byte previous. Keeping the first slash of a
 // run lets a path keep its shape, while "//" can no longer be read back as
 // the start of an authority.
@@ -52,9 +46,7 @@ inline const code& code_of(unsigned char c, unsigned char previous, bool escape_
 
 inline std::size_t width(const code& written) { return std::size_t(written[3]); }
 
-}  // namespace
-
-std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes) {
+std::size_t encoded_size_scalar(const char* first, const char* last, bool escape_all_slashes) {
     std::size_t size = 0;
     unsigned char previous = 0;
     for (const char* p = first; p < last; ++p) {
@@ -65,8 +57,8 @@ std::size_t url_encoded_size(const char* first, const char* last, bool escape_al
     return size;
 }
 
-std::size_t url_encode_range(char* out, const char* first, const char* last,
-                             bool escape_all_slashes) {
+std::size_t encode_scalar(char* out, const char* first, const char* last,
+                          bool escape_all_slashes) {
     char* o = out;
     unsigned char previous = 0;
     for (const char* p = first; p < last; ++p) {
@@ -86,33 +78,12 @@ std::size_t url_encode_range(char* out, const char* first, const char* last,
     return std::size_t(o - out);
 }
 
-void url_encode_append(std::string& out, const std::string& text, bool escape_all_slashes) {
-    const char* first = text.data();
-    const char* last = first + text.size();
-    const std::size_t old_size = out.size();
-    // Sized exactly in a first pass: the result is the only allocation, and
-    // no scratch area of three times the input is needed anywhere.
-    out.resize(old_size + url_encoded_size(first, last, escape_all_slashes));
-    url_encode_range(&out[old_size], first, last, escape_all_slashes);
-}
-
-std::size_t url_decode_range(char* out, const char* first, const char* last) {
+std::size_t decode_scalar(char* out, const char* first, const char* last) {
     if (last <= first) return 0;
     char* o = out;
     const char* p = first;
     // An escape needs two bytes after its "%": the last two bytes are copied.
-    const char* const scan_end = last - first > 2 ? last - 2 : first;
-    while (p < scan_end) {
-        const auto c = static_cast<unsigned char>(p[0]);
-        const unsigned value = kHexValues[static_cast<unsigned char>(p[1])] * 16u +
-                               kHexValues[static_cast<unsigned char>(p[2])];
-        // A "%" worth 0 is not an escape: it is kept and the bytes after it
-        // are read as text. Chosen without branches: in mixed text they
-        // would be mispredicted at every few bytes.
-        const bool escape = (c == '%') & (value != 0);
-        *o++ = char(escape ? value : c);
-        p += escape ? 3 : 1;
-    }
+    if (last - first > 2) p = decode_scalar_until(o, p, last - 2);
     if (p < last) {
         std::memcpy(o, p, std::size_t(last - p));
         o += last - p;
@@ -120,11 +91,143 @@ std::size_t url_decode_range(char* out, const char* first, const char* last) {
     return std::size_t(o - out);
 }
 
-std::string url_decode_range(const std::string& text, url_range range) {
-    std::string result(range.end - range.begin, '\0');
-    const char* first = text.data() + range.begin;
-    result.resize(url_decode_range(&result[0], first, first + result.size()));
+void find_delimiters_scalar(const char* text, std::size_t length, delimiter_masks& masks) {
+    const std::size_t words = (length + 63) / 64;
+    for (auto& row : masks.rows)
+        for (std::size_t w = 0; w < words; ++w) row[w] = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        const unsigned bit = kDelimiterOf[static_cast<unsigned char>(text[i])];
+        if (bit != 0) masks.rows[__builtin_ctz(bit)][i / 64] |= std::uint64_t(1) << (i % 64);
+    }
+}
+
+}  // namespace
+
+const kernel_set kScalarKernels = {url_kernel::scalar, encoded_size_scalar, encode_scalar, 0,
+                                   decode_scalar,      0,                   find_delimiters_scalar};
+
+// ---------------------------------------------------------------- dispatch
+
+namespace {
+
+// The sets this build has, slowest first.
+const kernel_set* const kSets[] = {
+    &kScalarKernels,
+#ifdef KT_URL_X86
+    &kSseKernels,
+    &kAvx2Kernels,
+    &kAvx512Kernels,
+#endif
+};
+
+bool cpu_runs(url_kernel kernel) {
+#ifdef KT_URL_X86
+    // Also needed when the first call comes from a static constructor.
+    __builtin_cpu_init();
+    const bool popcnt = __builtin_cpu_supports("popcnt");
+    if (kernel == url_kernel::sse) return popcnt && __builtin_cpu_supports("ssse3");
+    const bool avx2 = popcnt && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+    if (kernel == url_kernel::avx2) return avx2;
+    if (kernel == url_kernel::avx512)
+        return avx2 && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("avx512f") &&
+               __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+               __builtin_cpu_supports("avx512vbmi2");
+#endif
+    return kernel == url_kernel::scalar;
+}
+
+}  // namespace
+
+std::atomic<const kernel_set*> g_active_kernels{nullptr};
+
+const kernel_set& pick_fastest_kernels() {
+    const kernel_set* set = kSets[0];
+    for (const kernel_set* candidate : kSets)
+        if (cpu_runs(candidate->kernel)) set = candidate;
+    g_active_kernels.store(set, std::memory_order_relaxed);
+    return *set;
+}
+
+namespace {
+
+// A result that fits in a string's own room is made on the stack and then
+// copied there; a longer one is written into the heap block of its string
+// (with the kernel's slack after it), so no byte is copied twice.
+constexpr std::size_t kShortResult = 15;
+// Texts of up to this many bytes are encoded on the stack, longer ones
+// straight into their string.
+constexpr std::size_t kOnePassText = 128;
+
+}  // namespace
+
+bool select_kernel(url_kernel kernel) {
+    for (const kernel_set* set : kSets) {
+        if (set->kernel == kernel && cpu_runs(kernel)) {
+            g_active_kernels.store(set, std::memory_order_relaxed);
+            return true;
+        }
+    }
+    return false;
+}
+
+url_kernel active_kernel() { return active_kernels().kernel; }
+
+// ---------------------------------------------------------------- plain forms
+
+std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes) {
+    return encoded_size_scalar(first, last, escape_all_slashes);
+}
+
+std::size_t url_encode_range(char* out, const char* first, const char* last,
+                             bool escape_all_slashes) {
+    return encode_scalar(out, first, last, escape_all_slashes);
+}
+
+std::size_t url_decode_range(char* out, const char* first, const char* last) {
+    return decode_scalar(out, first, last);
+}
+
+// ---------------------------------------------------------------- string forms
+
+void url_encode_append(std::string& out, const std::string& text, bool escape_all_slashes) {
+    if (text.empty()) return;
+    const kernel_set& kernels = active_kernels();
+    const char* first = text.data();
+    const char* last = first + text.size();
+    const std::size_t old_size = out.size();
+    if (text.size() <= kOnePassText) {
+        // Encoded in one pass on the stack, then copied: a short text is not
+        // worth a pass that only measures it.
+        char buffer[3 * kOnePassText + kKernelSlack];
+        out.append(buffer, kernels.encode(buffer, first, last, escape_all_slashes));
+        return;
+    }
+    // Sized exactly in a first pass: the result is the only allocation.
+    const std::size_t size = kernels.encoded_size(first, last, escape_all_slashes);
+    out.resize(old_size + size + kernels.encode_slack);
+    kernels.encode(&out[old_size], first, last, escape_all_slashes);
+    out.resize(old_size + size);
+}
+
+namespace {
+
+// The decoding of the `size` > 0 bytes at `first`, as a new string.
+std::string decoded(const char* first, std::size_t size) {
+    const kernel_set& kernels = active_kernels();
+    if (size <= kShortResult) {
+        char buffer[kShortResult + kKernelSlack];
+        return std::string(buffer, kernels.decode(buffer, first, first + size));
+    }
+    std::string result(size + kernels.decode_slack, '\0');
+    result.resize(kernels.decode(&result[0], first, first + size));
     return result;
+}
+
+}  // namespace
+
+std::string url_decode_range(const std::string& text, url_range range) {
+    if (range.end <= range.begin) return std::string();
+    return decoded(text.data() + range.begin, range.end - range.begin);
 }
 
 }  // namespace url_detail
@@ -136,7 +239,7 @@ std::string url_encode(const std::string& text, bool escape_all_slashes) {
 }
 
 std::string url_decode(const std::string& text) {
-    return url_detail::url_decode_range(text, {0, text.size()});
+    return text.empty() ? std::string() : url_detail::decoded(text.data(), text.size());
 }
 
 }  // namespace ktbase

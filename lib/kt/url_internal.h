@@ -55,8 +55,25 @@ struct authority_part {
 };
 authority_part locate_in_authority(const std::string& url, url_step step);
 
+/// All eleven components of a URL text, each the range that its splitting
+/// step gives (locate() or locate_in_authority().part), absent ones
+/// included: they sit where the step puts them.
+struct url_parts {
+    url_range scheme, authority, path, params, query, fragment;
+    url_range domain, user, password, host, service;
+};
+
+/// Splits `url` into all eleven ranges in one pass of the chain. The getters
+/// of kt/url.h run the same code for the part of the chain they need, so
+/// their results are these ranges' bytes by construction.
+url_parts split_url(const std::string& url);
+
 /// Returns the bytes of `range`, decoded when `decode` is true.
 std::string range_text(const std::string& text, url_range range, bool decode);
+
+// The plain encoding and decoding loops, byte by byte: the rules themselves,
+// which the kernels of url_kernels.h match. The string forms below run the
+// fastest kernel.
 
 /// Writes the percent-encoding of [first, last) to `out` (room for three
 /// bytes per source byte is enough) and returns the number of bytes written;
@@ -65,7 +82,8 @@ std::size_t url_encode_range(char* out, const char* first, const char* last,
                              bool escape_all_slashes);
 /// Returns what url_encode_range() would write for [first, last).
 std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes);
-/// Appends the percent-encoding of `text` to `out`, growing it once.
+/// Appends the percent-encoding of `text` to `out`, growing it once; `text`
+/// must not be `out`.
 void url_encode_append(std::string& out, const std::string& text, bool escape_all_slashes);
 
 /// Writes the decoding of [first, last) to `out` (at most one byte per source

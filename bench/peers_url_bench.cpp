@@ -1,0 +1,642 @@
+// libkt's percent-coding and URL getters against the packaged peers (curl,
+// Boost.URL, Poco, uriparser), on the same inputs, in one process. Each
+// benchmark is named BM_<work>_<contender>[/<size>]; bench/table.py groups
+// them by work and size.
+//
+// - PercentEncode, PercentDecode: a realistic 60-byte path, and a MiB of text
+//   in which about 30% of the bytes must be escaped; decoding reads libkt's
+//   encoding of the same text (valid escapes only, so every peer takes it).
+//   Bytes processed count the input of each call.
+// - UrlHost: parse one URL and get its host; one iteration is one URL, taken
+//   in turn from a corpus of 100 realistic URLs.
+// - UrlAll: one URL per iteration as well; libkt reads eight components
+//   (scheme, user, password, host, service, path, query, fragment) through
+//   its getters, each peer parses the URL in full and reads the same eight
+//   components from the result, in its cheapest form (a view where it has
+//   one, so the peers make no copies that libkt does not).
+// - KtPlain: libkt on its plain kernels (no vector code), for the gain of the
+//   vector ones; bench/table.py does not count it as a peer.
+//
+// The same work for everyone: a percent-coding call turns a const string
+// into a new string (or a buffer allocated for it) holding the whole result,
+// which is what libkt's url_encode() and url_decode() return; a peer that
+// writes through a pointer or in place gets a new string of the room it
+// needs, as a caller wanting a result string would give it. A URL getter
+// reads a component from a parsed URL in the cheapest form the peer offers
+// (a view where it has one), while libkt returns a new std::string; a peer's
+// parser object or handle is made once and reused, as a caller would.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kt/url.h"
+#include "url_kernels.h"
+
+#ifdef KT_HAVE_CURL
+#include <curl/curl.h>
+#endif
+#ifdef KT_HAVE_BOOST_URL
+#include <boost/url/encode.hpp>
+#include <boost/url/grammar/lut_chars.hpp>
+#include <boost/url/parse.hpp>
+#include <boost/url/pct_string_view.hpp>
+#include <boost/url/url_view.hpp>
+#endif
+#ifdef KT_HAVE_POCO
+#include <Poco/Exception.h>
+#include <Poco/URI.h>
+#endif
+#ifdef KT_HAVE_URIPARSER
+#include <uriparser/Uri.h>
+#endif
+
+namespace {
+
+constexpr std::int64_t kPathSize = 60;
+constexpr std::int64_t kTextSize = 1 << 20;
+
+// A realistic path of 60 bytes: spaces, parentheses and a "~" to escape.
+const char kPath[] = "/media/videos/2024/summer trip/clip 01 (final)/take~2.mp4.ts";
+static_assert(sizeof(kPath) - 1 == kPathSize, "the path is 60 bytes");
+
+// Text in which about 30% of the bytes must be escaped: letters and digits,
+// with spaces, slashes, separators, "~" and UTF-8 bytes mixed in.
+std::string mixedText(std::size_t size) {
+    const std::string plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
+    const std::string escaped = " /&=?#~:@\xc3\xa9%+";
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> percent(0, 99);
+    std::string text;
+    text.reserve(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        const std::string& from = percent(random) < 30 ? escaped : plain;
+        text += from[random() % from.size()];
+    }
+    return text;
+}
+
+// The raw text of a size row, and whether "/" is data (escaped, in the
+// text) or the path's separator (kept, in the path).
+struct Input {
+    std::string text;
+    bool escapeSlashes;
+};
+
+const Input& inputOf(std::int64_t size) {
+    static const Input path{kPath, false};
+    static const Input text{mixedText(kTextSize), true};
+    return size == kPathSize ? path : text;
+}
+
+// libkt's encoding of a row's text: the input of every decoder.
+const std::string& encodedOf(std::int64_t size) {
+    static const std::string path = ktbase::url_encode(inputOf(kPathSize).text, false);
+    static const std::string text = ktbase::url_encode(inputOf(kTextSize).text, true);
+    return size == kPathSize ? path : text;
+}
+
+void sizes(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Arg(kPathSize)->Arg(kTextSize);
+}
+
+void countBytes(benchmark::State& state, const std::string& input) {
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(input.size()));
+}
+
+// About a hundred URLs of the shapes met in practice: six schemes, with and
+// without userinfo, port, params, query, fragment and escapes. Every peer
+// parses each of them (checked before the URL rows run).
+const std::vector<std::string>& corpus() {
+    static const std::vector<std::string> urls = [] {
+        const char* schemes[] = {"http", "https", "rtsp", "ftp", "file", "socket"};
+        const char* userinfos[] = {"", "bob@", "", "alice:s3cr%40t@", "", "WORK;carol:pw@"};
+        const char* hosts[] = {"example.org", "192.168.1.20", "cam-07.local",
+                               "www.example.com", "localhost"};
+        const char* ports[] = {"", ":8080", "", ":554", ":21", ""};
+        const char* paths[] = {"/", "/index.html", "/live/stream1", "/pub/linux/kernel.tar.gz",
+                               "/home/user/My%20Documents/report%202024.pdf", "/a/b/c/d/e/f",
+                               "/search"};
+        const char* params[] = {"", ";type=i", "", "", ";jsessionid=A1B2C3"};
+        const char* queries[] = {"", "?q=caf%C3%A9+au+lait&lang=fr", "",
+                                 "?id=42&sort=desc&page=3", "?token=abc%2Fdef%3D%3D"};
+        const char* fragments[] = {"", "#top", "", "", "#section-2.1", ""};
+        std::vector<std::string> list;
+        for (std::size_t i = 0; i < 100; ++i) {
+            std::string url = std::string(schemes[i % 6]) + "://";
+            if (url != "file://")
+                url += std::string(userinfos[i % 6]) + hosts[i % 5] + ports[i % 6];
+            url += std::string(paths[i % 7]) + params[i % 5] + queries[i % 5] + fragments[i % 6];
+            list.push_back(url);
+        }
+        return list;
+    }();
+    return urls;
+}
+
+// Runs `step(url)` on the URLs of the corpus in turn, one per iteration.
+// Before timing, `check(url)` must hold for every URL: a peer that does not
+// parse one, or finds another host than libkt, would not be doing the same
+// work.
+template <class Step, class Check>
+void runCorpus(benchmark::State& state, Step step, Check check) {
+    const std::vector<std::string>& urls = corpus();
+    for (const std::string& url : urls) {
+        if (!check(url)) {
+            state.SkipWithError(("does not read " + url + " as libkt does").c_str());
+            return;
+        }
+    }
+    std::size_t i = 0;
+    for (auto _ : state) {
+        step(urls[i]);
+        i = i + 1 == urls.size() ? 0 : i + 1;
+    }
+    state.SetItemsProcessed(std::int64_t(state.iterations()));
+}
+
+std::string_view viewOf(const char* first, const char* afterLast) {
+    return first ? std::string_view(first, std::size_t(afterLast - first)) : std::string_view();
+}
+
+// The userinfo split at its first ":" into user and password, for the peers
+// that offer only the whole userinfo.
+void consumeUserinfo(std::string_view userinfo) {
+    const std::size_t colon = userinfo.find(':');
+    std::string_view user = userinfo.substr(0, colon);
+    std::string_view password =
+        colon == std::string_view::npos ? std::string_view() : userinfo.substr(colon + 1);
+    benchmark::DoNotOptimize(user);
+    benchmark::DoNotOptimize(password);
+}
+
+// ------------------------------------------------------------------ libkt
+
+void BM_PercentEncode_Kt(benchmark::State& state) {
+    const Input& input = inputOf(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.text.data());
+        std::string encoded = ktbase::url_encode(input.text, input.escapeSlashes);
+        benchmark::DoNotOptimize(encoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, input.text);
+}
+
+void BM_PercentDecode_Kt(benchmark::State& state) {
+    const std::string& encoded = encodedOf(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encoded.data());
+        std::string decoded = ktbase::url_decode(encoded);
+        benchmark::DoNotOptimize(decoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, encoded);
+}
+
+void BM_UrlHost_Kt(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            std::string host = ktbase::url_host(url, false);
+            benchmark::DoNotOptimize(host);
+        },
+        [](const std::string&) { return true; });
+}
+
+void BM_UrlAll_Kt(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            std::string scheme = ktbase::url_scheme(url, false);
+            std::string user = ktbase::url_user(url, false);
+            std::string password = ktbase::url_password(url, false);
+            std::string host = ktbase::url_host(url, false);
+            std::string service = ktbase::url_service(url, false);
+            std::string path = ktbase::url_path(url, false);
+            std::string query = ktbase::url_query(url, false);
+            std::string fragment = ktbase::url_fragment(url, false);
+            benchmark::DoNotOptimize(scheme);
+            benchmark::DoNotOptimize(user);
+            benchmark::DoNotOptimize(password);
+            benchmark::DoNotOptimize(host);
+            benchmark::DoNotOptimize(service);
+            benchmark::DoNotOptimize(path);
+            benchmark::DoNotOptimize(query);
+            benchmark::DoNotOptimize(fragment);
+        },
+        [](const std::string&) { return true; });
+}
+
+// libkt restricted to its plain kernels: the gain of the vector ones.
+void withPlainKernels(benchmark::State& state, void (*run)(benchmark::State&)) {
+    const ktbase::url_detail::url_kernel kernel = ktbase::url_detail::active_kernel();
+    ktbase::url_detail::select_kernel(ktbase::url_detail::url_kernel::scalar);
+    run(state);
+    ktbase::url_detail::select_kernel(kernel);
+}
+
+void BM_PercentEncode_KtPlain(benchmark::State& state) {
+    withPlainKernels(state, BM_PercentEncode_Kt);
+}
+void BM_PercentDecode_KtPlain(benchmark::State& state) {
+    withPlainKernels(state, BM_PercentDecode_Kt);
+}
+void BM_UrlHost_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_UrlHost_Kt); }
+void BM_UrlAll_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_UrlAll_Kt); }
+
+BENCHMARK(BM_PercentEncode_Kt)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_Kt)->Apply(sizes);
+BENCHMARK(BM_UrlHost_Kt);
+BENCHMARK(BM_UrlAll_Kt);
+BENCHMARK(BM_PercentEncode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_KtPlain)->Apply(sizes);
+BENCHMARK(BM_UrlHost_KtPlain);
+BENCHMARK(BM_UrlAll_KtPlain);
+
+// ------------------------------------------------------------------- curl
+
+#ifdef KT_HAVE_CURL
+// One easy handle for the coding calls and one URL handle for the parsing,
+// made once: a caller keeps them.
+struct CurlHandles {
+    CURL* easy;
+    CURLU* url;
+    CurlHandles() : easy(curl_easy_init()), url(curl_url()) {}
+    ~CurlHandles() {
+        curl_url_cleanup(url);
+        curl_easy_cleanup(easy);
+    }
+};
+
+CurlHandles& curlHandles() {
+    static CurlHandles handles;
+    return handles;
+}
+
+// Parses `text` into the URL handle; schemes that curl does not speak
+// ("socket") are accepted like the others.
+bool curlParse(const std::string& text) {
+    return curl_url_set(curlHandles().url, CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME) ==
+           CURLUE_OK;
+}
+
+// Reads one part, as curl hands it out: a copy to free. A part that the URL
+// does not have is an error code and no copy.
+void curlConsume(CURLUPart part) {
+    char* text = nullptr;
+    if (curl_url_get(curlHandles().url, part, &text, 0) == CURLUE_OK) {
+        benchmark::DoNotOptimize(text);
+        curl_free(text);
+    }
+}
+
+std::string curlHost() {
+    char* text = nullptr;
+    if (curl_url_get(curlHandles().url, CURLUPART_HOST, &text, 0) != CURLUE_OK) return "";
+    std::string host = text;
+    curl_free(text);
+    return host;
+}
+
+void BM_PercentEncode_Curl(benchmark::State& state) {
+    const Input& input = inputOf(state.range(0));
+    CURL* easy = curlHandles().easy;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.text.data());
+        char* encoded = curl_easy_escape(easy, input.text.data(), int(input.text.size()));
+        benchmark::DoNotOptimize(encoded);
+        curl_free(encoded);
+    }
+    countBytes(state, input.text);
+}
+
+void BM_PercentDecode_Curl(benchmark::State& state) {
+    const std::string& encoded = encodedOf(state.range(0));
+    CURL* easy = curlHandles().easy;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encoded.data());
+        int length = 0;
+        char* decoded = curl_easy_unescape(easy, encoded.data(), int(encoded.size()), &length);
+        benchmark::DoNotOptimize(decoded);
+        benchmark::DoNotOptimize(length);
+        curl_free(decoded);
+    }
+    countBytes(state, encoded);
+}
+
+void BM_UrlHost_Curl(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            curlParse(url);
+            curlConsume(CURLUPART_HOST);
+        },
+        [](const std::string& url) {
+            return curlParse(url) && curlHost() == ktbase::url_host(url, false);
+        });
+}
+
+void BM_UrlAll_Curl(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            curlParse(url);
+            for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_USER, CURLUPART_PASSWORD,
+                                   CURLUPART_HOST, CURLUPART_PORT, CURLUPART_PATH,
+                                   CURLUPART_QUERY, CURLUPART_FRAGMENT})
+                curlConsume(part);
+        },
+        [](const std::string& url) { return curlParse(url); });
+}
+
+BENCHMARK(BM_PercentEncode_Curl)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_Curl)->Apply(sizes);
+BENCHMARK(BM_UrlHost_Curl);
+BENCHMARK(BM_UrlAll_Curl);
+#endif
+
+// -------------------------------------------------------------- Boost.URL
+
+#ifdef KT_HAVE_BOOST_URL
+namespace urls = boost::urls;
+
+// The bytes libkt leaves as they are; the path keeps its "/" as well.
+constexpr urls::grammar::lut_chars kBoostText(
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!'()*-._");
+constexpr urls::grammar::lut_chars kBoostPath = kBoostText + '/';
+
+bool boostParses(const std::string& url) { return urls::parse_uri(url).has_value(); }
+
+void BM_PercentEncode_BoostUrl(benchmark::State& state) {
+    const Input& input = inputOf(state.range(0));
+    const urls::grammar::lut_chars& kept = input.escapeSlashes ? kBoostText : kBoostPath;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.text.data());
+        std::string encoded = urls::encode(input.text, kept);
+        benchmark::DoNotOptimize(encoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, input.text);
+}
+
+void BM_PercentDecode_BoostUrl(benchmark::State& state) {
+    const std::string& encoded = encodedOf(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encoded.data());
+        // Boost.URL decodes only a string it has checked.
+        std::string decoded = urls::make_pct_string_view(encoded).value().decode();
+        benchmark::DoNotOptimize(decoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, encoded);
+}
+
+void BM_UrlHost_BoostUrl(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            auto parsed = urls::parse_uri(url);
+            if (parsed) {
+                urls::pct_string_view host = parsed->encoded_host();
+                benchmark::DoNotOptimize(host);
+            }
+        },
+        [](const std::string& url) {
+            auto parsed = urls::parse_uri(url);
+            return parsed && std::string(parsed->encoded_host()) == ktbase::url_host(url, false);
+        });
+}
+
+void BM_UrlAll_BoostUrl(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            auto parsed = urls::parse_uri(url);
+            if (parsed) {
+                const urls::url_view& u = *parsed;
+                auto scheme = u.scheme();
+                auto user = u.encoded_user();
+                auto password = u.encoded_password();
+                auto host = u.encoded_host();
+                auto port = u.port();
+                auto path = u.encoded_path();
+                auto query = u.encoded_query();
+                auto fragment = u.encoded_fragment();
+                benchmark::DoNotOptimize(scheme);
+                benchmark::DoNotOptimize(user);
+                benchmark::DoNotOptimize(password);
+                benchmark::DoNotOptimize(host);
+                benchmark::DoNotOptimize(port);
+                benchmark::DoNotOptimize(path);
+                benchmark::DoNotOptimize(query);
+                benchmark::DoNotOptimize(fragment);
+            }
+        },
+        boostParses);
+}
+
+BENCHMARK(BM_PercentEncode_BoostUrl)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_BoostUrl)->Apply(sizes);
+BENCHMARK(BM_UrlHost_BoostUrl);
+BENCHMARK(BM_UrlAll_BoostUrl);
+#endif
+
+// ------------------------------------------------------------------- Poco
+
+#ifdef KT_HAVE_POCO
+// Poco escapes controls, non-ASCII and its "illegal" bytes anyway; the
+// reserved set adds the rest of what libkt escapes.
+const std::string kPocoText = " \"#$%&+,:;<=>?@[\\]^`{|}~/";
+const std::string kPocoPath = " \"#$%&+,:;<=>?@[\\]^`{|}~";
+
+bool pocoParses(Poco::URI& uri, const std::string& url) {
+    try {
+        uri = url;
+        return true;
+    } catch (const Poco::Exception&) {
+        return false;
+    }
+}
+
+void BM_PercentEncode_Poco(benchmark::State& state) {
+    const Input& input = inputOf(state.range(0));
+    const std::string& reserved = input.escapeSlashes ? kPocoText : kPocoPath;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.text.data());
+        std::string encoded;
+        Poco::URI::encode(input.text, reserved, encoded);
+        benchmark::DoNotOptimize(encoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, input.text);
+}
+
+void BM_PercentDecode_Poco(benchmark::State& state) {
+    const std::string& encoded = encodedOf(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encoded.data());
+        std::string decoded;
+        Poco::URI::decode(encoded, decoded);
+        benchmark::DoNotOptimize(decoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, encoded);
+}
+
+void BM_UrlHost_Poco(benchmark::State& state) {
+    Poco::URI uri;
+    runCorpus(
+        state,
+        [&uri](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            uri = url;
+            benchmark::DoNotOptimize(uri.getHost().data());
+        },
+        [&uri](const std::string& url) {
+            return pocoParses(uri, url) && uri.getHost() == ktbase::url_host(url, false);
+        });
+}
+
+void BM_UrlAll_Poco(benchmark::State& state) {
+    Poco::URI uri;
+    runCorpus(
+        state,
+        [&uri](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            uri = url;
+            benchmark::DoNotOptimize(uri.getScheme().data());
+            consumeUserinfo(uri.getUserInfo());
+            benchmark::DoNotOptimize(uri.getHost().data());
+            benchmark::DoNotOptimize(uri.getSpecifiedPort());
+            benchmark::DoNotOptimize(uri.getPath().data());
+            benchmark::DoNotOptimize(uri.getRawQuery().data());
+            benchmark::DoNotOptimize(uri.getFragment().data());
+        },
+        [&uri](const std::string& url) { return pocoParses(uri, url); });
+}
+
+BENCHMARK(BM_PercentEncode_Poco)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_Poco)->Apply(sizes);
+BENCHMARK(BM_UrlHost_Poco);
+BENCHMARK(BM_UrlAll_Poco);
+#endif
+
+// -------------------------------------------------------------- uriparser
+
+#ifdef KT_HAVE_URIPARSER
+// Parses `url` into `uri`, which the caller frees with uriFreeUriMembersA().
+bool uriparserParse(UriUriA& uri, const std::string& url) {
+    const char* error = nullptr;
+    return uriParseSingleUriExA(&uri, url.data(), url.data() + url.size(), &error) ==
+           URI_SUCCESS;
+}
+
+void BM_PercentEncode_Uriparser(benchmark::State& state) {
+    const Input& input = inputOf(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.text.data());
+        // Room for three bytes per byte (line breaks are not normalised)
+        // and the terminator.
+        std::string encoded(3 * input.text.size() + 1, '\0');
+        const char* first = input.text.data();
+        char* end = uriEscapeExA(first, first + input.text.size(), &encoded[0], URI_FALSE,
+                                 URI_FALSE);
+        encoded.resize(std::size_t(end - encoded.data()));
+        benchmark::DoNotOptimize(encoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, input.text);
+}
+
+void BM_PercentDecode_Uriparser(benchmark::State& state) {
+    const std::string& encoded = encodedOf(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encoded.data());
+        // uriparser decodes in place: into a copy of the input.
+        std::string decoded = encoded;
+        const char* end = uriUnescapeInPlaceExA(&decoded[0], URI_FALSE, URI_BR_DONT_TOUCH);
+        decoded.resize(std::size_t(end - decoded.data()));
+        benchmark::DoNotOptimize(decoded.data());
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, encoded);
+}
+
+void BM_UrlHost_Uriparser(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            UriUriA uri;
+            if (uriparserParse(uri, url)) {
+                std::string_view host = viewOf(uri.hostText.first, uri.hostText.afterLast);
+                benchmark::DoNotOptimize(host);
+            }
+            uriFreeUriMembersA(&uri);
+        },
+        [](const std::string& url) {
+            UriUriA uri;
+            const bool parsed = uriparserParse(uri, url);
+            const bool same = parsed && std::string(viewOf(uri.hostText.first,
+                                                           uri.hostText.afterLast)) ==
+                                            ktbase::url_host(url, false);
+            uriFreeUriMembersA(&uri);
+            return same;
+        });
+}
+
+void BM_UrlAll_Uriparser(benchmark::State& state) {
+    runCorpus(
+        state,
+        [](const std::string& url) {
+            benchmark::DoNotOptimize(url.data());
+            UriUriA uri;
+            if (uriparserParse(uri, url)) {
+                std::string_view scheme = viewOf(uri.scheme.first, uri.scheme.afterLast);
+                consumeUserinfo(viewOf(uri.userInfo.first, uri.userInfo.afterLast));
+                std::string_view host = viewOf(uri.hostText.first, uri.hostText.afterLast);
+                std::string_view port = viewOf(uri.portText.first, uri.portText.afterLast);
+                // The path is a list of segments: its text runs from the
+                // first segment's start to the last one's end.
+                std::string_view path =
+                    uri.pathHead ? viewOf(uri.pathHead->text.first, uri.pathTail->text.afterLast)
+                                 : std::string_view();
+                std::string_view query = viewOf(uri.query.first, uri.query.afterLast);
+                std::string_view fragment = viewOf(uri.fragment.first, uri.fragment.afterLast);
+                benchmark::DoNotOptimize(scheme);
+                benchmark::DoNotOptimize(host);
+                benchmark::DoNotOptimize(port);
+                benchmark::DoNotOptimize(path);
+                benchmark::DoNotOptimize(query);
+                benchmark::DoNotOptimize(fragment);
+            }
+            uriFreeUriMembersA(&uri);
+        },
+        [](const std::string& url) {
+            UriUriA uri;
+            const bool parsed = uriparserParse(uri, url);
+            uriFreeUriMembersA(&uri);
+            return parsed;
+        });
+}
+
+BENCHMARK(BM_PercentEncode_Uriparser)->Apply(sizes);
+BENCHMARK(BM_PercentDecode_Uriparser)->Apply(sizes);
+BENCHMARK(BM_UrlHost_Uriparser);
+BENCHMARK(BM_UrlAll_Uriparser);
+#endif
+
+}  // namespace
+
+BENCHMARK_MAIN();

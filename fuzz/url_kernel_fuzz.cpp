@@ -1,0 +1,78 @@
+// The fast paths of the URL functions against the plain ones, on any text:
+// every kernel set that this CPU runs encodes, decodes and finds delimiters
+// exactly as the plain loops do, and the one-pass splitter behind the getters
+// gives the ranges of the splitting steps.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "fuzz_support.h"
+#include "url_internal.h"
+#include "url_kernels.h"
+
+namespace {
+
+using namespace ktbase::url_detail;
+
+const url_kernel kKernels[] = {url_kernel::scalar, url_kernel::sse, url_kernel::avx2,
+                               url_kernel::avx512};
+
+// `first` to `last` is the fuzzer's own input, of exactly its size, so that a
+// read past it is caught.
+void check_kernels(const char* first, const char* last) {
+    const std::string text(first, last);
+    const kernel_set& kernels = active_kernels();
+    std::vector<char> expected(3 * text.size()), out(3 * text.size() + kKernelSlack);
+    for (bool all : {false, true}) {
+        const std::size_t size = url_encode_range(expected.data(), first, last, all);
+        FUZZ_CHECK(kernels.encoded_size(first, last, all) == size);
+        if (text.empty()) continue;
+        FUZZ_CHECK(kernels.encode(out.data(), first, last, all) == size);
+        FUZZ_CHECK(std::string(out.data(), size) == std::string(expected.data(), size));
+    }
+    if (!text.empty()) {
+        const std::size_t size = url_decode_range(expected.data(), first, last);
+        FUZZ_CHECK(kernels.decode(out.data(), first, last) == size);
+        FUZZ_CHECK(std::string(out.data(), size) == std::string(expected.data(), size));
+    }
+    if (text.size() <= delimiter_masks::kMaxLength) {
+        delimiter_masks plain, masks;
+        kScalarKernels.find_delimiters(first, text.size(), plain);
+        kernels.find_delimiters(first, text.size(), masks);
+        for (int d = 0; d < kDelimiterCount; ++d)
+            for (std::size_t w = 0; w < (text.size() + 63) / 64; ++w)
+                FUZZ_CHECK(masks.rows[d][w] == plain.rows[d][w]);
+    }
+}
+
+bool same(url_range a, url_range b) { return a.begin == b.begin && a.end == b.end; }
+
+void check_split(const std::string& url) {
+    const url_parts parts = split_url(url);
+    FUZZ_CHECK(same(parts.scheme, locate(url, split_scheme)));
+    FUZZ_CHECK(same(parts.authority, locate(url, split_authority)));
+    FUZZ_CHECK(same(parts.path, locate(url, split_path)));
+    FUZZ_CHECK(same(parts.params, locate(url, split_params)));
+    FUZZ_CHECK(same(parts.query, locate(url, split_query)));
+    FUZZ_CHECK(same(parts.fragment, locate(url, split_fragment)));
+    FUZZ_CHECK(same(parts.domain, locate_in_authority(url, split_domain).part));
+    FUZZ_CHECK(same(parts.user, locate_in_authority(url, split_user).part));
+    FUZZ_CHECK(same(parts.password, locate_in_authority(url, split_password).part));
+    FUZZ_CHECK(same(parts.host, locate_in_authority(url, split_host).part));
+    FUZZ_CHECK(same(parts.service, locate_in_authority(url, split_service).part));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const char* first = reinterpret_cast<const char*>(data);
+    const std::string text(first, size);
+    const url_kernel saved = active_kernel();
+    for (url_kernel kernel : kKernels) {
+        if (!select_kernel(kernel)) continue;
+        check_kernels(first, first + size);
+        check_split(text);
+    }
+    select_kernel(saved);
+    return 0;
+}
