@@ -29,12 +29,14 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "kt/url.h"
+#include "url_corpus.h"
 #include "url_kernels.h"
 
 #ifdef KT_HAVE_CURL
@@ -100,42 +102,23 @@ const std::string& encodedOf(std::int64_t size) {
     return size == kPathSize ? path : text;
 }
 
-void sizes(benchmark::internal::Benchmark* benchmark) {
-    benchmark->Arg(kPathSize)->Arg(kTextSize);
-}
+void sizes(benchmark::internal::Benchmark* benchmark) { benchmark->Arg(kPathSize)->Arg(kTextSize); }
 
 void countBytes(benchmark::State& state, const std::string& input) {
     state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(input.size()));
 }
 
-// About a hundred URLs of the shapes met in practice: six schemes, with and
-// without userinfo, port, params, query, fragment and escapes. Every peer
-// parses each of them (checked before the URL rows run).
-const std::vector<std::string>& corpus() {
-    static const std::vector<std::string> urls = [] {
-        const char* schemes[] = {"http", "https", "rtsp", "ftp", "file", "socket"};
-        const char* userinfos[] = {"", "bob@", "", "alice:s3cr%40t@", "", "WORK;carol:pw@"};
-        const char* hosts[] = {"example.org", "192.168.1.20", "cam-07.local",
-                               "www.example.com", "localhost"};
-        const char* ports[] = {"", ":8080", "", ":554", ":21", ""};
-        const char* paths[] = {"/", "/index.html", "/live/stream1", "/pub/linux/kernel.tar.gz",
-                               "/home/user/My%20Documents/report%202024.pdf", "/a/b/c/d/e/f",
-                               "/search"};
-        const char* params[] = {"", ";type=i", "", "", ";jsessionid=A1B2C3"};
-        const char* queries[] = {"", "?q=caf%C3%A9+au+lait&lang=fr", "",
-                                 "?id=42&sort=desc&page=3", "?token=abc%2Fdef%3D%3D"};
-        const char* fragments[] = {"", "#top", "", "", "#section-2.1", ""};
-        std::vector<std::string> list;
-        for (std::size_t i = 0; i < 100; ++i) {
-            std::string url = std::string(schemes[i % 6]) + "://";
-            if (url != "file://")
-                url += std::string(userinfos[i % 6]) + hosts[i % 5] + ports[i % 6];
-            url += std::string(paths[i % 7]) + params[i % 5] + queries[i % 5] + fragments[i % 6];
-            list.push_back(url);
-        }
-        return list;
-    }();
-    return urls;
+// Runs `step(input)`, which returns its result (owning it), once per
+// iteration.
+template <class Step>
+void runCoding(benchmark::State& state, const std::string& input, Step step) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input.data());
+        auto result = step(input);
+        benchmark::DoNotOptimize(result);
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, input);
 }
 
 // Runs `step(url)` on the URLs of the corpus in turn, one per iteration.
@@ -159,6 +142,14 @@ void runCorpus(benchmark::State& state, Step step, Check check) {
     state.SetItemsProcessed(std::int64_t(state.iterations()));
 }
 
+// Keeps the compiler from dropping the computation of each value.
+// Returns true, for the callers that must answer whether they read.
+template <class... Values>
+bool consume(const Values&... values) {
+    (benchmark::DoNotOptimize(values), ...);
+    return true;
+}
+
 std::string_view viewOf(const char* first, const char* afterLast) {
     return first ? std::string_view(first, std::size_t(afterLast - first)) : std::string_view();
 }
@@ -178,24 +169,13 @@ void consumeUserinfo(std::string_view userinfo) {
 
 void BM_PercentEncode_Kt(benchmark::State& state) {
     const Input& input = inputOf(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(input.text.data());
-        std::string encoded = ktbase::url_encode(input.text, input.escapeSlashes);
-        benchmark::DoNotOptimize(encoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, input.text);
+    runCoding(state, input.text, [&input](const std::string& text) {
+        return ktbase::url_encode(text, input.escapeSlashes);
+    });
 }
 
 void BM_PercentDecode_Kt(benchmark::State& state) {
-    const std::string& encoded = encodedOf(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(encoded.data());
-        std::string decoded = ktbase::url_decode(encoded);
-        benchmark::DoNotOptimize(decoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, encoded);
+    runCoding(state, encodedOf(state.range(0)), ktbase::url_decode);
 }
 
 void BM_UrlHost_Kt(benchmark::State& state) {
@@ -222,14 +202,7 @@ void BM_UrlAll_Kt(benchmark::State& state) {
             std::string path = ktbase::url_path(url, false);
             std::string query = ktbase::url_query(url, false);
             std::string fragment = ktbase::url_fragment(url, false);
-            benchmark::DoNotOptimize(scheme);
-            benchmark::DoNotOptimize(user);
-            benchmark::DoNotOptimize(password);
-            benchmark::DoNotOptimize(host);
-            benchmark::DoNotOptimize(service);
-            benchmark::DoNotOptimize(path);
-            benchmark::DoNotOptimize(query);
-            benchmark::DoNotOptimize(fragment);
+            consume(scheme, user, password, host, service, path, query, fragment);
         },
         [](const std::string&) { return true; });
 }
@@ -305,30 +278,23 @@ std::string curlHost() {
     return host;
 }
 
+// A text that curl allocated, freed with curl_free().
+using CurlText = std::unique_ptr<char, void (*)(void*)>;
+
 void BM_PercentEncode_Curl(benchmark::State& state) {
-    const Input& input = inputOf(state.range(0));
     CURL* easy = curlHandles().easy;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(input.text.data());
-        char* encoded = curl_easy_escape(easy, input.text.data(), int(input.text.size()));
-        benchmark::DoNotOptimize(encoded);
-        curl_free(encoded);
-    }
-    countBytes(state, input.text);
+    runCoding(state, inputOf(state.range(0)).text, [easy](const std::string& text) {
+        return CurlText(curl_easy_escape(easy, text.data(), int(text.size())), curl_free);
+    });
 }
 
 void BM_PercentDecode_Curl(benchmark::State& state) {
-    const std::string& encoded = encodedOf(state.range(0));
     CURL* easy = curlHandles().easy;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(encoded.data());
+    runCoding(state, encodedOf(state.range(0)), [easy](const std::string& text) {
         int length = 0;
-        char* decoded = curl_easy_unescape(easy, encoded.data(), int(encoded.size()), &length);
-        benchmark::DoNotOptimize(decoded);
-        benchmark::DoNotOptimize(length);
-        curl_free(decoded);
-    }
-    countBytes(state, encoded);
+        return CurlText(curl_easy_unescape(easy, text.data(), int(text.size()), &length),
+                        curl_free);
+    });
 }
 
 void BM_UrlHost_Curl(benchmark::State& state) {
@@ -350,9 +316,9 @@ void BM_UrlAll_Curl(benchmark::State& state) {
         [](const std::string& url) {
             benchmark::DoNotOptimize(url.data());
             curlParse(url);
-            for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_USER, CURLUPART_PASSWORD,
-                                   CURLUPART_HOST, CURLUPART_PORT, CURLUPART_PATH,
-                                   CURLUPART_QUERY, CURLUPART_FRAGMENT})
+            for (CURLUPart part :
+                 {CURLUPART_SCHEME, CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_HOST,
+                  CURLUPART_PORT, CURLUPART_PATH, CURLUPART_QUERY, CURLUPART_FRAGMENT})
                 curlConsume(part);
         },
         [](const std::string& url) { return curlParse(url); });
@@ -379,25 +345,15 @@ bool boostParses(const std::string& url) { return urls::parse_uri(url).has_value
 void BM_PercentEncode_BoostUrl(benchmark::State& state) {
     const Input& input = inputOf(state.range(0));
     const urls::grammar::lut_chars& kept = input.escapeSlashes ? kBoostText : kBoostPath;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(input.text.data());
-        std::string encoded = urls::encode(input.text, kept);
-        benchmark::DoNotOptimize(encoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, input.text);
+    runCoding(state, input.text,
+              [&kept](const std::string& text) { return urls::encode(text, kept); });
 }
 
 void BM_PercentDecode_BoostUrl(benchmark::State& state) {
-    const std::string& encoded = encodedOf(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(encoded.data());
-        // Boost.URL decodes only a string it has checked.
-        std::string decoded = urls::make_pct_string_view(encoded).value().decode();
-        benchmark::DoNotOptimize(decoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, encoded);
+    // Boost.URL decodes only a string it has checked.
+    runCoding(state, encodedOf(state.range(0)), [](const std::string& text) {
+        return urls::make_pct_string_view(text).value().decode();
+    });
 }
 
 void BM_UrlHost_BoostUrl(benchmark::State& state) {
@@ -433,14 +389,7 @@ void BM_UrlAll_BoostUrl(benchmark::State& state) {
                 auto path = u.encoded_path();
                 auto query = u.encoded_query();
                 auto fragment = u.encoded_fragment();
-                benchmark::DoNotOptimize(scheme);
-                benchmark::DoNotOptimize(user);
-                benchmark::DoNotOptimize(password);
-                benchmark::DoNotOptimize(host);
-                benchmark::DoNotOptimize(port);
-                benchmark::DoNotOptimize(path);
-                benchmark::DoNotOptimize(query);
-                benchmark::DoNotOptimize(fragment);
+                consume(scheme, user, password, host, port, path, query, fragment);
             }
         },
         boostParses);
@@ -472,26 +421,19 @@ bool pocoParses(Poco::URI& uri, const std::string& url) {
 void BM_PercentEncode_Poco(benchmark::State& state) {
     const Input& input = inputOf(state.range(0));
     const std::string& reserved = input.escapeSlashes ? kPocoText : kPocoPath;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(input.text.data());
+    runCoding(state, input.text, [&reserved](const std::string& text) {
         std::string encoded;
-        Poco::URI::encode(input.text, reserved, encoded);
-        benchmark::DoNotOptimize(encoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, input.text);
+        Poco::URI::encode(text, reserved, encoded);
+        return encoded;
+    });
 }
 
 void BM_PercentDecode_Poco(benchmark::State& state) {
-    const std::string& encoded = encodedOf(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(encoded.data());
+    runCoding(state, encodedOf(state.range(0)), [](const std::string& text) {
         std::string decoded;
-        Poco::URI::decode(encoded, decoded);
-        benchmark::DoNotOptimize(decoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, encoded);
+        Poco::URI::decode(text, decoded);
+        return decoded;
+    });
 }
 
 void BM_UrlHost_Poco(benchmark::State& state) {
@@ -517,11 +459,8 @@ void BM_UrlAll_Poco(benchmark::State& state) {
             uri = url;
             benchmark::DoNotOptimize(uri.getScheme().data());
             consumeUserinfo(uri.getUserInfo());
-            benchmark::DoNotOptimize(uri.getHost().data());
-            benchmark::DoNotOptimize(uri.getSpecifiedPort());
-            benchmark::DoNotOptimize(uri.getPath().data());
-            benchmark::DoNotOptimize(uri.getRawQuery().data());
-            benchmark::DoNotOptimize(uri.getFragment().data());
+            consume(uri.getHost().data(), uri.getSpecifiedPort(), uri.getPath().data(),
+                    uri.getRawQuery().data(), uri.getFragment().data());
         },
         [&uri](const std::string& url) { return pocoParses(uri, url); });
 }
@@ -535,42 +474,43 @@ BENCHMARK(BM_UrlAll_Poco);
 // -------------------------------------------------------------- uriparser
 
 #ifdef KT_HAVE_URIPARSER
-// Parses `url` into `uri`, which the caller frees with uriFreeUriMembersA().
-bool uriparserParse(UriUriA& uri, const std::string& url) {
+// Parses `url` and returns what `read` returns for the result, or false when
+// it does not parse.
+template <class Read>
+bool uriparserRead(const std::string& url, Read read) {
+    UriUriA uri;
     const char* error = nullptr;
-    return uriParseSingleUriExA(&uri, url.data(), url.data() + url.size(), &error) ==
-           URI_SUCCESS;
+    const bool parsed =
+        uriParseSingleUriExA(&uri, url.data(), url.data() + url.size(), &error) == URI_SUCCESS;
+    const bool result = parsed && read(const_cast<const UriUriA&>(uri));
+    uriFreeUriMembersA(&uri);
+    return result;
 }
 
 void BM_PercentEncode_Uriparser(benchmark::State& state) {
-    const Input& input = inputOf(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(input.text.data());
+    runCoding(state, inputOf(state.range(0)).text, [](const std::string& text) {
         // Room for three bytes per byte (line breaks are not normalised)
         // and the terminator.
-        std::string encoded(3 * input.text.size() + 1, '\0');
-        const char* first = input.text.data();
-        char* end = uriEscapeExA(first, first + input.text.size(), &encoded[0], URI_FALSE,
-                                 URI_FALSE);
+        std::string encoded(3 * text.size() + 1, '\0');
+        const char* end =
+            uriEscapeExA(text.data(), text.data() + text.size(), &encoded[0], URI_FALSE, URI_FALSE);
         encoded.resize(std::size_t(end - encoded.data()));
-        benchmark::DoNotOptimize(encoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, input.text);
+        return encoded;
+    });
 }
 
 void BM_PercentDecode_Uriparser(benchmark::State& state) {
-    const std::string& encoded = encodedOf(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(encoded.data());
+    runCoding(state, encodedOf(state.range(0)), [](const std::string& text) {
         // uriparser decodes in place: into a copy of the input.
-        std::string decoded = encoded;
+        std::string decoded = text;
         const char* end = uriUnescapeInPlaceExA(&decoded[0], URI_FALSE, URI_BR_DONT_TOUCH);
         decoded.resize(std::size_t(end - decoded.data()));
-        benchmark::DoNotOptimize(decoded.data());
-        benchmark::ClobberMemory();
-    }
-    countBytes(state, encoded);
+        return decoded;
+    });
+}
+
+std::string_view uriparserHost(const UriUriA& uri) {
+    return viewOf(uri.hostText.first, uri.hostText.afterLast);
 }
 
 void BM_UrlHost_Uriparser(benchmark::State& state) {
@@ -578,21 +518,12 @@ void BM_UrlHost_Uriparser(benchmark::State& state) {
         state,
         [](const std::string& url) {
             benchmark::DoNotOptimize(url.data());
-            UriUriA uri;
-            if (uriparserParse(uri, url)) {
-                std::string_view host = viewOf(uri.hostText.first, uri.hostText.afterLast);
-                benchmark::DoNotOptimize(host);
-            }
-            uriFreeUriMembersA(&uri);
+            uriparserRead(url, [](const UriUriA& uri) { return consume(uriparserHost(uri)); });
         },
         [](const std::string& url) {
-            UriUriA uri;
-            const bool parsed = uriparserParse(uri, url);
-            const bool same = parsed && std::string(viewOf(uri.hostText.first,
-                                                           uri.hostText.afterLast)) ==
-                                            ktbase::url_host(url, false);
-            uriFreeUriMembersA(&uri);
-            return same;
+            return uriparserRead(url, [&url](const UriUriA& uri) {
+                return std::string(uriparserHost(uri)) == ktbase::url_host(url, false);
+            });
         });
 }
 
@@ -601,33 +532,21 @@ void BM_UrlAll_Uriparser(benchmark::State& state) {
         state,
         [](const std::string& url) {
             benchmark::DoNotOptimize(url.data());
-            UriUriA uri;
-            if (uriparserParse(uri, url)) {
-                std::string_view scheme = viewOf(uri.scheme.first, uri.scheme.afterLast);
+            uriparserRead(url, [](const UriUriA& uri) {
                 consumeUserinfo(viewOf(uri.userInfo.first, uri.userInfo.afterLast));
-                std::string_view host = viewOf(uri.hostText.first, uri.hostText.afterLast);
-                std::string_view port = viewOf(uri.portText.first, uri.portText.afterLast);
                 // The path is a list of segments: its text runs from the
                 // first segment's start to the last one's end.
                 std::string_view path =
                     uri.pathHead ? viewOf(uri.pathHead->text.first, uri.pathTail->text.afterLast)
                                  : std::string_view();
-                std::string_view query = viewOf(uri.query.first, uri.query.afterLast);
-                std::string_view fragment = viewOf(uri.fragment.first, uri.fragment.afterLast);
-                benchmark::DoNotOptimize(scheme);
-                benchmark::DoNotOptimize(host);
-                benchmark::DoNotOptimize(port);
-                benchmark::DoNotOptimize(path);
-                benchmark::DoNotOptimize(query);
-                benchmark::DoNotOptimize(fragment);
-            }
-            uriFreeUriMembersA(&uri);
+                return consume(viewOf(uri.scheme.first, uri.scheme.afterLast), uriparserHost(uri),
+                               viewOf(uri.portText.first, uri.portText.afterLast), path,
+                               viewOf(uri.query.first, uri.query.afterLast),
+                               viewOf(uri.fragment.first, uri.fragment.afterLast));
+            });
         },
         [](const std::string& url) {
-            UriUriA uri;
-            const bool parsed = uriparserParse(uri, url);
-            uriFreeUriMembersA(&uri);
-            return parsed;
+            return uriparserRead(url, [](const UriUriA&) { return true; });
         });
 }
 

@@ -1,7 +1,5 @@
 // Speed of the URL functions: ns per getter call over a corpus of realistic
 // URLs, and MB/s of percent-encoding and decoding.
-#include "kt/url.h"
-
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
@@ -9,38 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "kt/url.h"
+#include "url_corpus.h"
+
 namespace {
 
 using Getter = std::string (*)(const std::string&, bool);
-
-// About a hundred URLs of the shapes met in practice: six schemes, with and
-// without userinfo, port, params, query, fragment and escapes.
-const std::vector<std::string>& corpus() {
-    static const std::vector<std::string> urls = [] {
-        const char* schemes[] = {"http", "https", "rtsp", "ftp", "file", "socket"};
-        const char* userinfos[] = {"", "bob@", "", "alice:s3cr%40t@", "", "WORK;carol:pw@"};
-        const char* hosts[] = {"example.org", "192.168.1.20", "cam-07.local",
-                               "www.example.com", "localhost"};
-        const char* ports[] = {"", ":8080", "", ":554", ":21", ""};
-        const char* paths[] = {"/", "/index.html", "/live/stream1", "/pub/linux/kernel.tar.gz",
-                               "/home/user/My%20Documents/report%202024.pdf", "/a/b/c/d/e/f",
-                               "/search"};
-        const char* params[] = {"", ";type=i", "", "", ";jsessionid=A1B2C3"};
-        const char* queries[] = {"", "?q=caf%C3%A9+au+lait&lang=fr", "",
-                                 "?id=42&sort=desc&page=3", "?token=abc%2Fdef%3D%3D"};
-        const char* fragments[] = {"", "#top", "", "", "#section-2.1", ""};
-        std::vector<std::string> list;
-        for (std::size_t i = 0; i < 100; ++i) {
-            std::string url = std::string(schemes[i % 6]) + "://";
-            if (url != "file://")
-                url += std::string(userinfos[i % 6]) + hosts[i % 5] + ports[i % 6];
-            url += std::string(paths[i % 7]) + params[i % 5] + queries[i % 5] + fragments[i % 6];
-            list.push_back(url);
-        }
-        return list;
-    }();
-    return urls;
-}
 
 // One call per iteration, so the time per iteration is the time per call.
 void BM_Getter(benchmark::State& state, Getter get, bool decode) {
@@ -54,7 +26,7 @@ void BM_Getter(benchmark::State& state, Getter get, bool decode) {
     }
 }
 
-#define KT_GETTER_BENCHMARKS(name)                                        \
+#define KT_GETTER_BENCHMARKS(name)                                       \
     BENCHMARK_CAPTURE(BM_Getter, name##_raw, ktbase::url_##name, false); \
     BENCHMARK_CAPTURE(BM_Getter, name##_decoded, ktbase::url_##name, true)
 
