@@ -1,5 +1,3 @@
-#include "kt/KTBuffer.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -8,6 +6,7 @@
 #include <string>
 #include <tuple>
 
+#include "kt/KTBuffer.h"
 #include "test_support.h"
 
 namespace {
@@ -111,53 +110,36 @@ TEST(CBufferTest, SetMayTakeItsOwnBytes) {
     EXPECT_EQ(bytesOf(adopted), "ab");
 }
 
-// The states resize() treats differently; a borrowing buffer borrows `borrowed`.
-enum class Start { Empty, Owning, OwningEmpty, Adopted, Borrowing, BorrowingEmpty };
-
-struct ResizeRow {
-    const char* name;
-    Start start;
-    std::string kept;  // the bytes in use, which resize() keeps
-};
-
-const ResizeRow kResizeRows[] = {
-    {"empty", Start::Empty, ""},
-    {"owning with content", Start::Owning, "abc"},
-    {"owning without content", Start::OwningEmpty, ""},
-    {"adopted with content", Start::Adopted, "abc"},
-    {"borrowing with content", Start::Borrowing, "abc"},
-    {"borrowing without content", Start::BorrowingEmpty, ""},
-};
-
-void prepare(KT::CBuffer& buffer, Start start, KT::UInt8* borrowed) {
-    switch (start) {
-        case Start::Empty:
-            break;
-        case Start::Owning:
-            buffer = bufferOf("abc");
-            break;
-        case Start::OwningEmpty:
-            buffer.resize(100);
-            break;
-        case Start::Adopted:
-            buffer.set(3, mallocCopy("abc"), KT::ConstructionFlags(0));
-            break;
-        case Start::Borrowing:
-        case Start::BorrowingEmpty:
-            buffer.set(3, borrowed, KT::NoOwnership);
-            if (start == Start::BorrowingEmpty) buffer.clear();
-            break;
-    }
-}
-
-// Whatever the path, a resize that cannot be had leaves the buffer as it
-// was, one that is not needed does nothing, and growing gives an owned block.
+// Whatever the state resize() starts from, a resize that cannot be had leaves
+// the buffer as it was, one that is not needed does nothing, and growing
+// gives an owned block with the bytes in use and leaves borrowed memory alone.
 TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
-    for (const ResizeRow& row : kResizeRows) {
+    struct Row {
+        const char* name;
+        void (*prepare)(KT::CBuffer& buffer, KT::UInt8* borrowed);
+        std::string kept;
+    };
+    const Row rows[] = {
+        {"empty", [](KT::CBuffer&, KT::UInt8*) {}, ""},
+        {"owning with content", [](KT::CBuffer& b, KT::UInt8*) { b = bufferOf("abc"); }, "abc"},
+        {"owning without content", [](KT::CBuffer& b, KT::UInt8*) { b.resize(100); }, ""},
+        {"adopted with content",
+         [](KT::CBuffer& b, KT::UInt8*) { b.set(3, mallocCopy("abc"), KT::ConstructionFlags(0)); },
+         "abc"},
+        {"borrowing with content",
+         [](KT::CBuffer& b, KT::UInt8* borrowed) { b.set(3, borrowed, KT::NoOwnership); }, "abc"},
+        {"borrowing without content",
+         [](KT::CBuffer& b, KT::UInt8* borrowed) {
+             b.set(3, borrowed, KT::NoOwnership);
+             b.clear();
+         },
+         ""},
+    };
+    for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         KT::UInt8 borrowed[3] = {'a', 'b', 'c'};
         KT::CBuffer buffer;
-        prepare(buffer, row.start, borrowed);
+        row.prepare(buffer, borrowed);
         auto fields = [&] {
             return std::make_tuple(buffer.data, buffer.capacity, buffer.length, buffer.owner);
         };

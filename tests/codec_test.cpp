@@ -1,6 +1,4 @@
 // The hex and Base64 forms of buffers and strings.
-#include "kt/KTBuffer.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "kt/KTBuffer.h"
 #include "kt/KTString.h"
 #include "test_support.h"
 
@@ -35,28 +34,22 @@ TEST(CodecTest, KnownBytesBothWaysIntoBuffersAndStrings) {
         bool base64;
         std::string plain, encoded;
     };
-    const Row rows[] = {
-        {false, "", ""},
-        {false, "f", "66"},
-        {false, "fo", "666F"},
-        {false, "foo", "666F6F"},
-        {false, "foob", "666F6F62"},
-        {false, "fooba", "666F6F6261"},
-        {false, "foobar", "666F6F626172"},
-        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"},
-        {true, "", ""},
-        {true, "f", "Zg=="},
-        {true, "fo", "Zm8="},
-        {true, "foo", "Zm9v"},
-        {true, "foob", "Zm9vYg=="},
-        {true, "fooba", "Zm9vYmE="},
-        {true, "foobar", "Zm9vYmFy"},
-        {true, "M", "TQ=="},
-        {true, "Ma", "TWE="},
-        {true, "Man", "TWFu"},
-        {true, "\xFB\xFF\xBF", "+/+/"},
-        {true, "\x01\x02\x03\x04", "AQIDBA=="},
-    };
+    // The standard Base64 vectors; hex has no groups, so fewer lengths.
+    const Row rows[] = {{false, "", ""},
+                        {false, "foobar", "666F6F626172"},
+                        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"},
+                        {true, "", ""},
+                        {true, "f", "Zg=="},
+                        {true, "fo", "Zm8="},
+                        {true, "foo", "Zm9v"},
+                        {true, "foob", "Zm9vYg=="},
+                        {true, "fooba", "Zm9vYmE="},
+                        {true, "foobar", "Zm9vYmFy"},
+                        {true, "M", "TQ=="},
+                        {true, "Ma", "TWE="},
+                        {true, "Man", "TWFu"},
+                        {true, "\xFB\xFF\xBF", "+/+/"},
+                        {true, "\x01\x02\x03\x04", "AQIDBA=="}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.encoded);
         const struct {
@@ -83,21 +76,15 @@ TEST(CodecTest, DecodingReportsNothing) {
         Codec codec;
         std::string encoded, plain;
     };
+    // The kernel suite decodes pads, invalid characters and shifted groups
+    // at vector lengths under every set; here, through buffers, the short forms.
     const Row rows[] = {
         {kDecodeHex, "0a0B", "\x0A\x0B"},
-        {kDecodeHex, "abcdef", "\xAB\xCD\xEF"},
-        {kDecodeHex, "zz", "\xFF"},  // an invalid second digit: 255
-        {kDecodeHex, "0z", "\xFF"},
-        {kDecodeHex, "z0", "\xF0"},  // an invalid first digit: 15
-        {kDecodeHex, "12 3", "\x12\xF3"},
-        {kDecodeBase64, "TWE", ""},           // a partial group is ignored
-        {kDecodeBase64, "TWFu\n", "Man"},     // ... also after whole groups
-        {kDecodeBase64, "TQ==TWFu", "MMan"},  // decoding goes on after a pad
-        {kDecodeBase64, "T=Q=", "O"},         // two pads anywhere: one byte
-        {kDecodeBase64, "TW=u", "Mo"},        // one pad anywhere: two bytes
-        {kDecodeBase64, "TQ=A", "M\x0F"},
-        {kDecodeBase64, "T!Fu", "O\xF1"},  // invalid characters count as pads
-        {kDecodeBase64, "====", "\xFF\xFF\xFF"},
+        {kDecodeHex, "zz", "\xFF"},            // an invalid second digit: 255
+        {kDecodeHex, "z0", "\xF0"},            // an invalid first digit: 15
+        {kDecodeBase64, "TWE", ""},            // a partial group is ignored
+        {kDecodeBase64, "TQ==TWFu", "MMan"},   // decoding goes on after a pad
+        {kDecodeBase64, "T!Fu", "O\xF1"},      // invalid characters count as pads
         {kDecodeBase64, " TWFu", "\xFD\x35"},  // whitespace shifts the groups
     };
     for (const Row& row : rows) {

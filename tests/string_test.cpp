@@ -1,5 +1,3 @@
-#include "kt/KTString.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -7,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "kt/KTString.h"
 #include "test_support.h"
 
 namespace {
@@ -26,51 +25,40 @@ void expectEmptyState(const KT::CString& text) {
     EXPECT_TRUE(text == "");
 }
 
-TEST(CStringTest, LengthCountsTheTerminator) {
-    for (const std::string& text :
-         {std::string(), std::string("abc"), std::string(511, 'x'), std::string(512, 'y')}) {
-        SCOPED_TRACE(text.size());
-        KT::CString string(text.c_str());
-        KT::RString counted(text.c_str());
-        EXPECT_EQ(string.length, int(text.size() + 1));
-        EXPECT_EQ(string.capacity, text.size() < 512 ? 512 : 1024);
-        EXPECT_EQ(string.owner, 1);
-        EXPECT_EQ(bytesOf(string), withNul(text));
-        EXPECT_EQ(bytesOf(counted), withNul(text));
-        EXPECT_EQ(counted.refcount(), 0);
-    }
-}
-
-TEST(CStringTest, FormatsOnTheStackUpTo1023CharactersAndAdoptsAnExactBlockBeyond) {
-    const int rows[][2] = {{0, 512}, {511, 512}, {1023, 1024}, {1024, 1025}, {5000, 5001}};
+// Text is copied into whole blocks; a format result up to 1023 characters
+// too, a longer one is adopted as formatted, in a block of exactly its size.
+TEST(CStringTest, ConstructionAndFormatCountTheTerminator) {
+    const int rows[][3] = {{0, 512, 512},      {511, 512, 512},    {512, 1024, 1024},
+                           {1023, 1024, 1024}, {1024, 1536, 1025}, {5000, 5120, 5001}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row[0]);
-        std::string text(size_t(row[0]), 'q');
-        KT::CString formatted = KT::CString::createWithFormat("%s", text.c_str());
-        KT::RString counted = KT::RString::createWithFormat("%s", text.c_str());
-        for (const KT::CString* string : {&formatted, static_cast<KT::CString*>(&counted)}) {
-            EXPECT_EQ(string->capacity, row[1]);
-            EXPECT_EQ(string->owner, 1);
-            EXPECT_EQ(bytesOf(*string), withNul(text));
+        const std::string text(size_t(row[0]), 'q');
+        KT::CString constructed(text.c_str()),
+            formatted = KT::CString::createWithFormat("%s", text.c_str());
+        KT::RString counted(text.c_str()),
+            countedFormat = KT::RString::createWithFormat("%s", text.c_str());
+        const KT::CString* strings[] = {&constructed, &counted, &formatted, &countedFormat};
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(strings[i]->length, row[0] + 1);
+            EXPECT_EQ(strings[i]->capacity, row[i < 2 ? 1 : 2]);
+            EXPECT_EQ(strings[i]->owner, 1);
+            EXPECT_EQ(bytesOf(*strings[i]), withNul(text));
         }
         EXPECT_EQ(counted.refcount(), 0);
+        EXPECT_EQ(countedFormat.refcount(), 0);
     }
     EXPECT_EQ(bytesOf(KT::CString::createWithFormat("%d-%s-%c", 42, "x", 'z')), withNul("42-x-z"));
 }
 
-TEST(CStringTest, SetReplacesTheContentAndMayUseIt) {
+TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) {
     KT::CString text = KT::CString::createWithFormat("%3000d", 1);
     text.set("%s/%d", "a", 1);
     EXPECT_EQ(bytesOf(text), withNul("a/1"));
     text.set("<%s>", text.c_str());
     EXPECT_EQ(bytesOf(text), withNul("<a/1>"));
-}
 
-TEST(CStringTest, FailedSetLeavesTheEmptyState) {
-    KT::CString text("abc");
     EXPECT_THROW(text.set("%ls", L"\u00e9"), KT::CException);
     expectEmptyState(text);
-
     text = KT::CString("abc");
     KT::detail::failAllocation(1);
     EXPECT_THROW(text.set("%2000d", 1), KT::CException);
@@ -119,26 +107,13 @@ TEST(CStringTest, EmptyStateCopiesAndSearchesSafely) {
     EXPECT_EQ(bytesOf(empty.getSubString(0, 0)), withNul(""));
 }
 
-TEST(CStringTest, CopiesAreDeepAndEqualTheirSource) {
-    struct Row {
-        KT::CString source;
-        std::string text;
-    };
-    // Case copies hold no terminator in their length, and a copy of the
-    // 512-byte one has no room for one after its bytes.
-    const Row rows[] = {
-        {KT::CString("abc"), "abc"},
-        {KT::CString("AbC1").getLowerCaseString(), "abc1"},
-        {KT::CString(std::string(512, 'C').c_str()).getLowerCaseString(), std::string(512, 'c')}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        KT::CString copy(row.source), assigned = KT::CString::createWithFormat("%2000d", 5);
-        assigned = row.source;
-        for (const KT::CString* string : {&copy, &assigned}) {
-            EXPECT_NE(string->data, row.source.data);
-            EXPECT_EQ(bytesOf(*string), bytesOf(row.source));
-            EXPECT_TRUE(*string == row.text.c_str());
-        }
+TEST(CStringTest, CopiesAreDeep) {
+    const KT::CString source("abc");
+    KT::CString copy(source), assigned = KT::CString::createWithFormat("%2000d", 5);
+    assigned = source;
+    for (const KT::CString* string : {&copy, &assigned}) {
+        EXPECT_NE(string->data, source.data);
+        EXPECT_EQ(bytesOf(*string), withNul("abc"));
     }
 }
 
@@ -284,8 +259,10 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
         EXPECT_EQ(bytesOf(source), row.source);
         // A copy takes the counted bytes and keeps a NUL after them where its
         // storage has room (not after a whole number of 512-byte blocks).
-        KT::CString again(copy);
-        EXPECT_EQ(again.length, copy.length);
+        KT::CString again(copy), assigned("old");
+        assigned = copy;
+        EXPECT_EQ(bytesOf(again), bytesOf(copy));
+        EXPECT_EQ(bytesOf(assigned), bytesOf(copy));
         if (again.length % 512 != 0) {
             EXPECT_STREQ(again.c_str(), row.memory.substr(0, size_t(copy.length)).c_str());
         }
