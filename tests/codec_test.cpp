@@ -29,6 +29,15 @@ Target coded(Codec codec, const KT::CBuffer& input, int adjustment = 0, Target t
     return target;
 }
 
+// Expects `codec` to take `from` to `to` from a buffer, and from a string whose
+// terminator its correction leaves out; a string target ends its result with one.
+void expectCodes(Codec codec, const std::string& from, const std::string& to) {
+    KT::CString text(from.c_str());
+    EXPECT_EQ(bytesOf(coded(codec, bufferOf(from))), to);
+    EXPECT_EQ(bytesOf(coded<KT::CString>(codec, text, text.correction())),
+              to.empty() ? "" : to + '\0');
+}
+
 TEST(CodecTest, KnownBytesBothWaysIntoBuffersAndStrings) {
     struct Row {
         bool base64;
@@ -52,20 +61,8 @@ TEST(CodecTest, KnownBytesBothWaysIntoBuffersAndStrings) {
                         {true, "\x01\x02\x03\x04", "AQIDBA=="}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.encoded);
-        const struct {
-            Codec codec;
-            const std::string& from;
-            const std::string& to;
-        } directions[] = {{row.base64 ? kEncodeBase64 : kEncodeHex, row.plain, row.encoded},
-                          {row.base64 ? kDecodeBase64 : kDecodeHex, row.encoded, row.plain}};
-        for (const auto& direction : directions) {
-            // From a buffer, and from a string whose terminator its correction
-            // leaves out; a string target ends its result with one.
-            KT::CString text(direction.from.c_str());
-            EXPECT_EQ(bytesOf(coded(direction.codec, bufferOf(direction.from))), direction.to);
-            EXPECT_EQ(bytesOf(coded<KT::CString>(direction.codec, text, text.correction())),
-                      direction.to.empty() ? "" : direction.to + '\0');
-        }
+        expectCodes(row.base64 ? kEncodeBase64 : kEncodeHex, row.plain, row.encoded);
+        expectCodes(row.base64 ? kDecodeBase64 : kDecodeHex, row.encoded, row.plain);
     }
     const KT::CBuffer zeros = bufferOf(std::string("\x00\xAB\xFF", 3));
     EXPECT_EQ(bytesOf(coded<KT::CString>(kEncodeHex, zeros)), std::string("00ABFF", 7));

@@ -48,32 +48,9 @@ inline const ThrowSite kBufferInitSite{
     "void KT::CBuffer::init(KT::SIntLeast32, KT::UInt8*, KT::ConstructionFlags)",
     "memory allocation error"};
 
-/// Runs `operation` with its first allocation failing, then again with its
-/// second failing, and so on, until a run completes: every object it builds
-/// must be released whichever allocation fails (the sanitizer build checks
-/// that nothing leaks and nothing is released twice). Each failing run must
-/// throw a CException; returns the lines of the sites that threw, in order
-/// (the exception suite checks each allocation site's full content).
-inline std::vector<unsigned> failEachAllocation(const std::function<void()>& operation) {
-    std::vector<unsigned> lines;
-    for (long n = 1;; ++n) {
-        KT::detail::failAllocation(n);
-        try {
-            operation();
-        } catch (const KT::CException& thrown) {
-            KT::detail::failAllocation(0);
-            lines.push_back(thrown.line());
-            continue;
-        }
-        EXPECT_LT(KT::detail::failAllocation(0), n)
-            << "allocation " << n << " failed but the operation completed";
-        return lines;
-    }
-}
-
 /// Runs `operation`, which must throw the exception of `site` when it has the
 /// memory it needs, and returns once it has: wrapped in it, an operation that
-/// fails by design can go through failEachAllocation(), which then fails the
+/// fails by design can go through expectFailures(), which then fails the
 /// allocations of the site's own report (its message and the exception's copy
 /// of it). Any other exception passes through.
 inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& operation) {
@@ -97,10 +74,30 @@ struct FailureCase {
     std::vector<unsigned> lines;
 };
 
+/// Runs each operation with its first allocation failing, then again with its
+/// second failing, and so on, until a run completes: every object it builds
+/// must be released whichever allocation fails (the sanitizer build checks
+/// that nothing leaks and nothing is released twice). Each failing run must
+/// throw a CException, from the sites of the case's lines in that order (the
+/// exception suite checks each allocation site's full content).
 inline void expectFailures(const std::vector<FailureCase>& cases) {
     for (const FailureCase& row : cases) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(failEachAllocation(row.operation), row.lines);
+        std::vector<unsigned> lines;
+        for (long n = 1;; ++n) {
+            KT::detail::failAllocation(n);
+            try {
+                row.operation();
+            } catch (const KT::CException& thrown) {
+                KT::detail::failAllocation(0);
+                lines.push_back(thrown.line());
+                continue;
+            }
+            EXPECT_LT(KT::detail::failAllocation(0), n)
+                << "allocation " << n << " failed but the operation completed";
+            break;
+        }
+        EXPECT_EQ(lines, row.lines);
     }
 }
 
