@@ -25,6 +25,11 @@ void expectText(const std::string& got, const std::string& expected) {
         EXPECT_TRUE(got == expected) << "got \"" << got << "\"";
 }
 
+// A command-line error as kt reports it: "COMMAND: MESSAGE (see COMMAND --help)".
+std::string usage(const std::string& error) {
+    return error + " (see " + error.substr(0, error.find(':')) + " --help)\n";
+}
+
 TEST(ToolTest, CommandLines) {
     const struct {
         std::vector<std::string> args;
@@ -32,8 +37,7 @@ TEST(ToolTest, CommandLines) {
         int status;
         std::string out, err;
     } rows[] = {
-        {{}, "", 1, "", "usage: kt COMMAND..."},
-        {{"--help"}, "", 0, "usage: kt COMMAND...", ""},
+        {{}, "", 1, "", "usage: kt COMMAND..."}, {{"--help"}, "", 0, "usage: kt COMMAND...", ""},
         {{"version"}, "", 0, "lib.kt-0.1: ...", ""},
         {{"version", "--help"}, "", 0, "usage: kt version...", ""},
         {{"base64", "--help"}, "", 0, "usage: kt base64...", ""},
@@ -43,42 +47,41 @@ TEST(ToolTest, CommandLines) {
         {{"serve", "-h"}, "", 0, "usage: kt serve ...", ""},
         {{"url", "--help"}, "", 0, "usage: kt url split ...", ""},
         {{"url", "query", "-h"}, "", 0, "usage: kt url split ...", ""},
-        {{"frobnicate"}, "", 1, "", "kt: unknown command 'frobnicate' (see kt --help)\n"},
-        {{"base64", "-x"}, "", 1, "", "kt base64: unknown option '-x' (see kt base64 --help)\n"},
-        {{"base64", "-w"}, "", 1, "", "kt base64: option -w needs a value (see kt base64 --help)\n"},
+        {{"frobnicate"}, "", 1, "", usage("kt: unknown command 'frobnicate'")},
+        {{"base64", "-x"}, "", 1, "", usage("kt base64: unknown option '-x'")},
+        {{"base64", "-w"}, "", 1, "", usage("kt base64: option -w needs a value")},
         {{"hex", "-w", "-3"}, "", 1, "",
-         "kt hex: option -w takes a number from 0 to 1073741824, not '-3' (see kt hex --help)\n"},
+         usage("kt hex: option -w takes a number from 0 to 1073741824, not '-3'")},
         {{"hex", "/nonexistent/file"}, "", 2, "",
          "kt hex: cannot open '/nonexistent/file': No such file or directory\n"},
-        {{"demo", "now"}, "", 1, "", "kt demo: demo takes no arguments (see kt demo --help)\n"},
-        {{"fetch"}, "", 1, "", "kt fetch: no URI given (see kt fetch --help)\n"},
+        {{"demo", "now"}, "", 1, "", usage("kt demo: demo takes no arguments")},
+        {{"fetch"}, "", 1, "", usage("kt fetch: no URI given")},
         {{"fetch", "ftp://127.0.0.1/x"}, "", 1, "",
-         "kt fetch: 'ftp://127.0.0.1/x' is neither an http nor an rtsp URI (see kt fetch --help)\n"},
+         usage("kt fetch: 'ftp://127.0.0.1/x' is neither an http nor an rtsp URI")},
         {{"fetch", "http://127.0.0.1:0/"}, "", 1, "",
-         "kt fetch: no port in 'http://127.0.0.1:0/' (see kt fetch --help)\n"},
-        {{"fetch", "http:///x"}, "", 1, "", "kt fetch: no host in 'http:///x' (see kt fetch --help)\n"},
+         usage("kt fetch: no port in 'http://127.0.0.1:0/'")},
+        {{"fetch", "http:///x"}, "", 1, "", usage("kt fetch: no host in 'http:///x'")},
         {{"fetch", "--timeout", "0", "http://127.0.0.1/"}, "", 1, "",
-         "kt fetch: option --timeout takes a number from 1 to 86400, not '0' (see kt fetch --help)\n"},
-        {{"serve"}, "", 1, "", "kt serve: give either --root DIR or --echo (see kt serve --help)\n"},
+         usage("kt fetch: option --timeout takes a number from 1 to 86400, not '0'")},
+        {{"serve"}, "", 1, "", usage("kt serve: give either --root DIR or --echo")},
         {{"serve", "--echo", "--root", "/tmp"}, "", 1, "",
-         "kt serve: give either --root DIR or --echo (see kt serve --help)\n"},
+         usage("kt serve: give either --root DIR or --echo")},
         {{"serve", "--echo", "--bind", "localhost"}, "", 1, "",
-         "kt serve: option --bind takes an IPv4 address, not 'localhost' (see kt serve --help)\n"},
+         usage("kt serve: option --bind takes an IPv4 address, not 'localhost'")},
         {{"serve", "--echo", "--port", "65536"}, "", 1, "",
-         "kt serve: option --port takes a number from 0 to 65535, not '65536' (see kt serve --help)\n"},
+         usage("kt serve: option --port takes a number from 0 to 65535, not '65536'")},
         {{"serve", "--root", "/nonexistent"}, "", 2, "",
          "kt serve: cannot use '/nonexistent': No such file or directory\n"},
         {{"serve", "--root", "/dev/null"}, "", 2, "", "kt serve: '/dev/null' is not a folder\n"},
-        {{"url"}, "", 1, "", "kt url: no subcommand given (see kt url --help)\n"},
-        {{"url", "join", "s://h"}, "", 1, "", "kt url: unknown subcommand 'join' (see kt url --help)\n"},
+        {{"url"}, "", 1, "", usage("kt url: no subcommand given")},
+        {{"url", "join", "s://h"}, "", 1, "", usage("kt url: unknown subcommand 'join'")},
         {{"url", "split", "--bogus", "s://h"}, "", 1, "",
-         "kt url: unknown option '--bogus' (see kt url --help)\n"},
-        {{"url", "split"}, "", 1, "", "kt url: no URL given (see kt url --help)\n"},
-        {{"url", "set", "s://h"}, "", 1, "", "kt url: no COMPONENT=VALUE given (see kt url --help)\n"},
+         usage("kt url: unknown option '--bogus'")},
+        {{"url", "split"}, "", 1, "", usage("kt url: no URL given")},
+        {{"url", "set", "s://h"}, "", 1, "", usage("kt url: no COMPONENT=VALUE given")},
         {{"url", "query", "--kv", "==", "s://h"}, "", 1, "",
-         "kt url: option --kv takes one character (see kt url --help)\n"},
-        {{"url", "get", "port", "s://h"}, "", 1, "",
-         "kt url: unknown component 'port' (see kt url --help)\n"},
+         usage("kt url: option --kv takes one character")},
+        {{"url", "get", "port", "s://h"}, "", 1, "", usage("kt url: unknown component 'port'")},
         // Codecs: wrapping, and input that does not decode ("...": whatever was
         // decoded before the fault may have been written).
         {{"base64", "-w", "4"}, "Man Ma", 0, "TWFu\nIE1h\n", ""},

@@ -125,24 +125,6 @@ TEST_P(UrlKernelTest, DecodingOverlappingEscapes) {
                 expectCodingAsPlain(std::string(before, 'x') + piece + std::string(after, 'y'));
 }
 
-TEST_P(UrlKernelTest, DelimiterMasksAreThePlainOnes) {
-    std::mt19937 random(4);
-    for (std::size_t n = 0; n <= delimiter_masks::kMaxLength; ++n) {
-        for (const std::string* alphabet : kAlphabets) {
-            const std::string text = randomText(random, n, *alphabet);
-            const std::vector<char> input(text.begin(), text.end());
-            delimiter_masks expected, masks;
-            kScalarKernels.find_delimiters(input.data(), n, expected);
-            active_kernels().find_delimiters(input.data(), n, masks);
-            for (int d = 0; d < kDelimiterCount; ++d)
-                for (std::size_t w = 0; w < (n + 63) / 64; ++w)
-                    ASSERT_EQ(masks.rows[d][w], expected.rows[d][w])
-                        << "length " << n << ", delimiter " << kDelimiterBytes[d] << ", word " << w
-                        << ", text " << testing::PrintToString(text);
-        }
-    }
-}
-
 // --- The one-pass splitter ---------------------------------------------------
 
 struct Component {
@@ -180,12 +162,26 @@ void expectSplitAsSteps(const std::string& url) {
     }
 }
 
+// At every length the delimiter masks (for texts short enough to have them)
+// are those of the plain loop, and the splitter gives what the steps give.
 TEST_P(UrlKernelTest, SplitIsTheStepsAtEveryLength) {
     std::mt19937 random(5);
     for (std::size_t n = 0; n <= 400; ++n)
         for (const std::string* alphabet : kAlphabets)
-            for (int round = 0; round < 3; ++round)
-                expectSplitAsSteps(randomText(random, n, *alphabet));
+            for (int round = 0; round < 3; ++round) {
+                const std::string text = randomText(random, n, *alphabet);
+                expectSplitAsSteps(text);
+                if (n > delimiter_masks::kMaxLength) continue;
+                const std::vector<char> input(text.begin(), text.end());
+                delimiter_masks expected, masks;
+                kScalarKernels.find_delimiters(input.data(), n, expected);
+                active_kernels().find_delimiters(input.data(), n, masks);
+                for (int d = 0; d < kDelimiterCount; ++d)
+                    for (std::size_t w = 0; w < (n + 63) / 64; ++w)
+                        ASSERT_EQ(masks.rows[d][w], expected.rows[d][w])
+                            << "length " << n << ", delimiter " << kDelimiterBytes[d]
+                            << ", word " << w << ", text " << testing::PrintToString(text);
+            }
 }
 
 // URLs of the shapes met in practice, each part there or not, with pieces
