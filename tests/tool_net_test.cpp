@@ -59,6 +59,17 @@ private:
     std::uint16_t port_;
 };
 
+/// Runs kt fetch with `args`, where PORT stands for `port`, and checks its answer.
+void expectFetch(std::vector<std::string> args, std::uint16_t port, int status,
+                 const std::string& out, const std::string& err) {
+    for (std::string& arg : args) arg = withPort(arg, port);
+    args.insert(args.begin(), "fetch");
+    const test::ProcessResult result = kt(args, "", kLimit);
+    EXPECT_EQ(result.status, status);
+    EXPECT_TRUE(result.out == out) << result.out.size() << " bytes, not " << out.size();
+    EXPECT_EQ(result.err, withPort(err, port));
+}
+
 Listening serve(std::vector<std::string> args) {
     args.insert(args.begin(), {test::ktProgram(), "serve", "--port", "0"});
     return Listening(args, "kt serve: listening on 127.0.0.1:");
@@ -147,30 +158,26 @@ TEST(NetToolTest, FetchReadsPythonHttpServer) {
     Listening server({"python3", "-u", "-m", "http.server", "--bind", "127.0.0.1", "0", "--directory", root.path()},
                      "Serving HTTP on 127.0.0.1 port ");
     ASSERT_NE(server.port(), 0);
+    const std::string saved = downloads.path() + "/saved", absent = downloads.path() + "/absent",
+                      missing = "kt fetch: server answered 404 File not found\n";
 
-    struct Row {
+    // kt fetch's arguments, exit status, output and error, and the file that
+    // -o names with what it must hold (no content: no file at all).
+    const struct {
         std::vector<std::string> args;
         int status;
-        std::string out, err;
-        std::string file, content;  // what -o FILE must hold ("" content: no file at all)
+        std::string out, err, file, content;
+    } rows[] = {
+        {{"http://127.0.0.1:PORT/a.txt"}, 0, "hello\n", "", "", ""},
+        {{"http://localhost:PORT/a.txt"}, 0, "hello\n", "", "", ""},
+        {{"http://127.0.0.1:PORT/big.bin"}, 0, big, "", "", ""},
+        {{"-o", saved, "http://127.0.0.1:PORT/big.bin"}, 0, "", "", saved, big},
+        {{"--timeout", "5", "http://127.0.0.1:PORT/missing"}, 2, "", missing, "", ""},
+        {{"-o", absent, "http://127.0.0.1:PORT/missing"}, 2, "", missing, absent, ""},
     };
-    std::string saved = downloads.path() + "/saved", absent = downloads.path() + "/absent";
-    const Row rows[] = {
-        {{server.url("/a.txt")}, 0, "hello\n", "", "", ""},
-        {{withPort("http://localhost:PORT/a.txt", server.port())}, 0, "hello\n", "", "", ""},
-        {{server.url("/big.bin")}, 0, big, "", "", ""},
-        {{"-o", saved, server.url("/big.bin")}, 0, "", "", saved, big},
-        {{"--timeout", "5", server.url("/missing")}, 2, "", "kt fetch: server answered 404 File not found\n", "", ""},
-        {{"-o", absent, server.url("/missing")}, 2, "", "kt fetch: server answered 404 File not found\n", absent, ""},
-    };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.args.back());
-        std::vector<std::string> args = row.args;
-        args.insert(args.begin(), "fetch");
-        test::ProcessResult result = kt(args, "", kLimit);
-        EXPECT_EQ(result.status, row.status);
-        EXPECT_TRUE(result.out == row.out) << result.out.size() << " bytes, not " << row.out.size();
-        EXPECT_EQ(result.err, row.err);
+        expectFetch(row.args, server.port(), row.status, row.out, row.err);
         if (!row.file.empty()) {
             EXPECT_EQ(::access(row.file.c_str(), F_OK) == 0, !row.content.empty());
             EXPECT_TRUE(test::readFile(row.file) == row.content);
@@ -185,16 +192,18 @@ TEST(NetToolTest, FetchReadsPythonHttpServer) {
 }
 
 TEST(NetToolTest, FetchSpeaksHttpAndRtspToScriptedPeers) {
-    struct Row {
-        std::vector<std::string> args;  // PORT stands for the peer's port
-        std::string reply;
-        bool stayOpen;  // after the reply, as an RTSP server or a silent one does
-        int status;
-        std::string out, err;
-        std::string request;  // what the peer must receive
-    };
     const std::string get = " HTTP/1.0\r\nHost: 127.0.0.1:PORT\r\nUser-Agent: kt\r\nAccept: */*\r\n";
-    const Row rows[] = {
+    // kt fetch's arguments (PORT: the peer's), the peer's reply, whether it
+    // then stays open (as an RTSP server or a silent one does), kt's exit
+    // status, output and error, and the request the peer must receive.
+    const struct {
+        std::vector<std::string> args;
+        std::string reply;
+        bool stayOpen;
+        int status;
+        std::string out, err, request;
+    }
+    rows[] = {
         {{"rtsp://127.0.0.1:PORT/live"}, "RTSP/1.0 200 OK\r\nCSeq: 1\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n", true, 0,
          "RTSP/1.0 200 OK\r\nCSeq: 1\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n", "",
          "OPTIONS rtsp://127.0.0.1:PORT/live RTSP/1.0\r\nCSeq: 1\r\nUser-Agent: kt\r\n\r\n"},
@@ -213,7 +222,7 @@ TEST(NetToolTest, FetchSpeaksHttpAndRtspToScriptedPeers) {
         {{"--timeout", "1", "http://127.0.0.1:PORT/"}, "", true, 2, "", "kt fetch: receive failed: timed out\n",
          "GET /" + get + "\r\n"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.args.back() + " " + row.reply);
         kttest::RawListener listener;
         std::string request;
@@ -228,22 +237,15 @@ TEST(NetToolTest, FetchSpeaksHttpAndRtspToScriptedPeers) {
             if (!row.stayOpen) ::shutdown(connection.get(), SHUT_WR);
             kttest::readRaw(connection.get(), 1);  // until the client closes
         });
-        std::vector<std::string> args = {"fetch"};
-        for (const std::string& arg : row.args) args.push_back(withPort(arg, listener.port()));
         auto start = std::chrono::steady_clock::now();
-        test::ProcessResult result = kt(args, "", kLimit);
+        expectFetch(row.args, listener.port(), row.status, row.out, row.err);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
         peer.join();
-        EXPECT_EQ(result.status, row.status);
-        EXPECT_EQ(result.out, row.out);
-        EXPECT_EQ(result.err, row.err);
         EXPECT_EQ(request, withPort(row.request, listener.port()));
     }
 
-    std::uint16_t refused = kttest::refusedPort();
-    test::ProcessResult result = kt({"fetch", withPort("http://127.0.0.1:PORT/", refused)}, "", kLimit);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.err, withPort("kt fetch: cannot connect to 127.0.0.1:PORT: Connection refused\n", refused));
+    expectFetch({"http://127.0.0.1:PORT/"}, kttest::refusedPort(), 2, "",
+                "kt fetch: cannot connect to 127.0.0.1:PORT: Connection refused\n");
 }
 
 TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
