@@ -1,22 +1,52 @@
-// Test helper: runs a program with given standard input and collects its
-// standard output, standard error and exit status, within a time limit.
+// Test helpers for the kt program's end-to-end suites: scratch folders, and
+// running a program on given standard input within a time limit.
 #pragma once
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 extern char** environ;
 
 namespace test {
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+/// A folder of files for a test, removed with its content when the object goes.
+class Folder {
+public:
+    Folder() {
+        char name[] = "/tmp/kt-test-XXXXXX";
+        path_ = ::mkdtemp(name) ? name : "";
+    }
+    ~Folder() { std::filesystem::remove_all(path_); }
+    const std::string& path() const { return path_; }
+    /// Writes `content` to `name` under the folder (making parent folders);
+    /// returns the file's path.
+    std::string write(const std::string& name, const std::string& content) const {
+        std::filesystem::path file = std::filesystem::path(path_) / name;
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << content;
+        return file.string();
+    }
+
+private:
+    std::string path_;
+};
 
 struct ProcessResult {
     std::string out;
@@ -25,68 +55,36 @@ struct ProcessResult {
 };
 
 /// Runs `argv` (argv[0] is the program's path) with `input` on standard input.
-/// The child is killed when it outlives `limit`.
+/// The three standard streams are files, so that nothing waits on a pipe; the
+/// child is killed when it outlives `limit`.
 inline ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
                                 std::chrono::milliseconds limit = std::chrono::seconds(60)) {
     ProcessResult result;
-    signal(SIGPIPE, SIG_IGN);  // a child that stops reading must not end the test
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC)) return result;
+    const Folder streams;
+    const std::string in = streams.write("in", input), out = streams.path() + "/out",
+                      err = streams.path() + "/err";
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0600);
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0600);
     std::vector<char*> args;
     for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
     pid_t pid = -1;
-    int spawned = posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
-    if (spawned != 0) {
-        close(in[1]);
-        close(out[0]);
-        close(err[0]);
-        return result;
-    }
-    fcntl(in[1], F_SETFL, O_NONBLOCK);
-    std::size_t written = 0;
-    int inFd = in[1];
-    if (input.empty()) {
-        close(inFd);
-        inFd = -1;
-    }
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    bool outOpen = true, errOpen = true;
-    char chunk[65536];
-    while ((outOpen || errOpen) && std::chrono::steady_clock::now() < deadline) {
-        pollfd fds[3] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}, {inFd, POLLOUT, 0}};
-        if (poll(fds, inFd >= 0 ? 3 : 2, 100) < 0) break;
-        for (int i = 0; i < 2; ++i) {
-            if (!(fds[i].revents & (POLLIN | POLLHUP))) continue;
-            ssize_t n = read(fds[i].fd, chunk, sizeof chunk);
-            if (n > 0) (i == 0 ? result.out : result.err).append(chunk, std::size_t(n));
-            else (i == 0 ? outOpen : errOpen) = false;
-        }
-        if (inFd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
-            ssize_t n = write(inFd, input.data() + written, input.size() - written);
-            if (n > 0) written += std::size_t(n);
-            if (n < 0 || written == input.size()) {
-                close(inFd);
-                inFd = -1;
-            }
-        }
-    }
-    if (inFd >= 0) close(inFd);
-    close(out[0]);
-    close(err[0]);
-    if (outOpen || errOpen) kill(pid, SIGKILL);
     int status = 0;
-    waitpid(pid, &status, 0);
-    if (!outOpen && !errOpen && WIFEXITED(status)) result.status = WEXITSTATUS(status);
+    if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) == 0) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        pid_t ended = 0;
+        while ((ended = waitpid(pid, &status, WNOHANG)) == 0) {
+            if (std::chrono::steady_clock::now() > deadline) kill(pid, SIGKILL);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        if (ended == pid && WIFEXITED(status)) result.status = WEXITSTATUS(status);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    result.out = readFile(out);
+    result.err = readFile(err);
     return result;
 }
 

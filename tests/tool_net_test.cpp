@@ -1,17 +1,14 @@
 // End-to-end tests of kt demo, kt fetch and kt serve: the real program against
 // curl, python's http.server and scripted peers, on 127.0.0.1 only, with
 // ports chosen by the system and every wait bounded.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -24,58 +21,23 @@ using test::kt;
 
 constexpr std::chrono::seconds kLimit(10);  // for a whole child program
 
-/// A folder of files for a test, removed with its content when the object goes.
-class Folder {
-public:
-    Folder() {
-        char name[] = "/tmp/kt-net-test-XXXXXX";
-        path_ = ::mkdtemp(name) ? name : "";
-    }
-    ~Folder() { std::filesystem::remove_all(path_); }
-    const std::string& path() const { return path_; }
-    /// Writes `content` to `name` under the folder (making parent folders);
-    /// returns the file's path.
-    std::string write(const std::string& name, const std::string& content) const {
-        std::filesystem::path file = std::filesystem::path(path_) / name;
-        std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << content;
-        return file.string();
-    }
-
-private:
-    std::string path_;
-};
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 /// `text` with every "PORT" replaced by `port`.
 std::string withPort(std::string text, std::uint16_t port) {
     for (std::size_t at; (at = text.find("PORT")) != std::string::npos;) text.replace(at, 4, std::to_string(port));
     return text;
 }
 
-/// True once `done` holds, false when it still does not after kWaitMs.
-bool eventually(const std::function<bool()>& done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kttest::kWaitMs);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
+/// The number of descriptors open in process `pid` (-1 once it has gone),
+/// waiting up to kWaitMs for it to become `count` when that is given.
+int descriptorsOf(pid_t pid, int count = -1) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kttest::kWaitMs);
+    for (;;) {
+        std::error_code error;
+        std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd", error);
+        const int open = error ? -1 : int(std::distance(entries, std::filesystem::directory_iterator()));
+        if (count < 0 || open == count || std::chrono::steady_clock::now() > deadline) return open;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    return true;
-}
-
-/// The number of descriptors open in process `pid`.
-int descriptorsOf(pid_t pid) {
-    DIR* directory = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
-    if (!directory) return -1;
-    int count = 0;
-    while (const dirent* entry = ::readdir(directory))
-        if (entry->d_name[0] != '.') ++count;
-    ::closedir(directory);
-    return count;
 }
 
 /// A server program in the background that prints the port it listens on
@@ -97,6 +59,17 @@ private:
     std::uint16_t port_;
 };
 
+/// Runs kt fetch with `args`, where PORT stands for `port`, and checks its answer.
+void expectFetch(std::vector<std::string> args, std::uint16_t port, int status,
+                 const std::string& out, const std::string& err) {
+    for (std::string& arg : args) arg = withPort(arg, port);
+    args.insert(args.begin(), "fetch");
+    const test::ProcessResult result = kt(args, "", kLimit);
+    EXPECT_EQ(result.status, status);
+    EXPECT_TRUE(result.out == out) << result.out.size() << " bytes, not " << out.size();
+    EXPECT_EQ(result.err, withPort(err, port));
+}
+
 Listening serve(std::vector<std::string> args) {
     args.insert(args.begin(), {test::ktProgram(), "serve", "--port", "0"});
     return Listening(args, "kt serve: listening on 127.0.0.1:");
@@ -112,29 +85,21 @@ TEST(NetToolTest, DemoShowsTheParsedUriAndWhatCrossed) {
     std::uint16_t port = std::uint16_t(std::atoi(result.out.c_str() + at + marker.size()));
     const std::string lines[] = {
         "2. KT::RURI parses \"http://user:pw@127.0.0.1:PORT/hello?x=1#top\"\n",
-        "   scheme    3 (http)\n",
-        "   user      user\n",
-        "   password  pw\n",
-        "   host      127.0.0.1\n",
-        "   port      PORT\n",
-        "   path      /hello\n",
+        "   scheme    3 (http)\n", "   user      user\n", "   password  pw\n",
+        "   host      127.0.0.1\n", "   port      PORT\n", "   path      /hello\n",
         "   query     x=1   (ktbase::url_query_kvmap: x = 1)\n",
-        "   fragment  top   (ktbase::url_fragment)\n",
-        "   | GET /hello?x=1 HTTP/1.0\\r\\n\n",
-        "   | Authorization: Basic dXNlcjpwdw==\\r\\n\n",
-        "status 200 OK, body of 39 bytes\n",
+        "   fragment  top   (ktbase::url_fragment)\n", "   | GET /hello?x=1 HTTP/1.0\\r\\n\n",
+        "   | Authorization: Basic dXNlcjpwdw==\\r\\n\n", "status 200 OK, body of 39 bytes\n",
         "   | Hello, user! You asked for /hello?x=1.\\n\n",
         "   hex     48656C6C6F2C20757365722120596F752061736B656420666F72202F68656C6C\n"
         "           6F3F783D312E0A\n",
-        "   Base64  SGVsbG8sIHVzZXIhIFlvdSBhc2tlZCBmb3IgL2hlbGxvP3g9MS4K\n",
-        "\nBoth ends agree: ",
-    };
+        "   Base64  SGVsbG8sIHVzZXIhIFlvdSBhc2tlZCBmb3IgL2hlbGxvP3g9MS4K\n", "\nBoth ends agree: "};
     for (const std::string& line : lines) EXPECT_NE(result.out.find(withPort(line, port)), std::string::npos) << line;
 }
 
 TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
     if (!kttest::onPath("curl")) GTEST_SKIP() << "curl is not installed";
-    Folder root, outside;
+    test::Folder root, outside;
     std::string binary = test::randomBytes(3000, 1);
     root.write("a.txt", "hello\n");
     root.write("a b.txt", "spaced\n");
@@ -151,24 +116,21 @@ TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
         std::string out;  // the body, then curl's "|status|type"
     };
     const std::string http = "\r\nServer: kt\r\nContent-Type: text/plain\r\nContent-Length: ";
+    const std::string notFound = "404 Not Found\n|404|text/plain",
+                      forbidden = "403 Forbidden\n|403|text/plain";
     const Row rows[] = {
-        {{}, "/a.txt", "hello\n|200|text/plain"},
-        {{}, "/a.txt?x=1", "hello\n|200|text/plain"},
-        {{}, "/a%20b.txt", "spaced\n|200|text/plain"},
-        {{}, "/", "<p>index</p>\n|200|text/html"},
+        {{}, "/a.txt", "hello\n|200|text/plain"}, {{}, "/a.txt?x=1", "hello\n|200|text/plain"},
+        {{}, "/a%20b.txt", "spaced\n|200|text/plain"}, {{}, "/", "<p>index</p>\n|200|text/html"},
         {{}, "/sub/b.bin", binary + "|200|application/octet-stream"},
         {{"-I"}, "/a.txt", "HTTP/1.0 200 OK" + http + "6\r\nConnection: close\r\n\r\n|200|text/plain"},
         {{"-i", "-X", "DELETE"}, "/a.txt",
          "HTTP/1.0 405 Method Not Allowed" + http +
              "23\r\nConnection: close\r\nAllow: GET, HEAD\r\n\r\n405 Method Not Allowed\n|405|text/plain"},
-        {{}, "/missing", "404 Not Found\n|404|text/plain"},
-        {{}, "/sub", "404 Not Found\n|404|text/plain"},  // a folder without index.html
-        {{}, "/%252e%252e/a.txt", "404 Not Found\n|404|text/plain"},  // decoded once: a name
-        {{}, "/../etc/passwd", "403 Forbidden\n|403|text/plain"},
-        {{}, "/%2e%2e/x", "403 Forbidden\n|403|text/plain"},
-        {{}, "/a/%2E%2E/%2e%2e/x", "403 Forbidden\n|403|text/plain"},
-        {{}, "/sub/..%2f..%2fa.txt", "403 Forbidden\n|403|text/plain"},
-        {{}, "/out/secret.txt", "403 Forbidden\n|403|text/plain"},  // a link that leaves the root
+        // A folder without index.html, and a name that is decoded once only.
+        {{}, "/missing", notFound}, {{}, "/sub", notFound}, {{}, "/%252e%252e/a.txt", notFound},
+        {{}, "/../etc/passwd", forbidden}, {{}, "/%2e%2e/x", forbidden},
+        {{}, "/a/%2E%2E/%2e%2e/x", forbidden}, {{}, "/sub/..%2f..%2fa.txt", forbidden},
+        {{}, "/out/secret.txt", forbidden},  // a link that leaves the root
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.path);
@@ -189,40 +151,36 @@ TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
 
 TEST(NetToolTest, FetchReadsPythonHttpServer) {
     if (!kttest::onPath("python3")) GTEST_SKIP() << "python3 is not installed";
-    Folder root, downloads;
+    test::Folder root, downloads;
     std::string big = test::randomBytes(1 << 20, 2);
     root.write("a.txt", "hello\n");
     root.write("big.bin", big);
     Listening server({"python3", "-u", "-m", "http.server", "--bind", "127.0.0.1", "0", "--directory", root.path()},
                      "Serving HTTP on 127.0.0.1 port ");
     ASSERT_NE(server.port(), 0);
+    const std::string saved = downloads.path() + "/saved", absent = downloads.path() + "/absent",
+                      missing = "kt fetch: server answered 404 File not found\n";
 
-    struct Row {
+    // kt fetch's arguments, exit status, output and error, and the file that
+    // -o names with what it must hold (no content: no file at all).
+    const struct {
         std::vector<std::string> args;
         int status;
-        std::string out, err;
-        std::string file, content;  // what -o FILE must hold ("" content: no file at all)
+        std::string out, err, file, content;
+    } rows[] = {
+        {{"http://127.0.0.1:PORT/a.txt"}, 0, "hello\n", "", "", ""},
+        {{"http://localhost:PORT/a.txt"}, 0, "hello\n", "", "", ""},
+        {{"http://127.0.0.1:PORT/big.bin"}, 0, big, "", "", ""},
+        {{"-o", saved, "http://127.0.0.1:PORT/big.bin"}, 0, "", "", saved, big},
+        {{"--timeout", "5", "http://127.0.0.1:PORT/missing"}, 2, "", missing, "", ""},
+        {{"-o", absent, "http://127.0.0.1:PORT/missing"}, 2, "", missing, absent, ""},
     };
-    std::string saved = downloads.path() + "/saved", absent = downloads.path() + "/absent";
-    const Row rows[] = {
-        {{server.url("/a.txt")}, 0, "hello\n", "", "", ""},
-        {{withPort("http://localhost:PORT/a.txt", server.port())}, 0, "hello\n", "", "", ""},
-        {{server.url("/big.bin")}, 0, big, "", "", ""},
-        {{"-o", saved, server.url("/big.bin")}, 0, "", "", saved, big},
-        {{"--timeout", "5", server.url("/missing")}, 2, "", "kt fetch: server answered 404 File not found\n", "", ""},
-        {{"-o", absent, server.url("/missing")}, 2, "", "kt fetch: server answered 404 File not found\n", absent, ""},
-    };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.args.back());
-        std::vector<std::string> args = row.args;
-        args.insert(args.begin(), "fetch");
-        test::ProcessResult result = kt(args, "", kLimit);
-        EXPECT_EQ(result.status, row.status);
-        EXPECT_TRUE(result.out == row.out) << result.out.size() << " bytes, not " << row.out.size();
-        EXPECT_EQ(result.err, row.err);
+        expectFetch(row.args, server.port(), row.status, row.out, row.err);
         if (!row.file.empty()) {
             EXPECT_EQ(::access(row.file.c_str(), F_OK) == 0, !row.content.empty());
-            EXPECT_TRUE(readFile(row.file) == row.content);
+            EXPECT_TRUE(test::readFile(row.file) == row.content);
         }
     }
 
@@ -234,16 +192,18 @@ TEST(NetToolTest, FetchReadsPythonHttpServer) {
 }
 
 TEST(NetToolTest, FetchSpeaksHttpAndRtspToScriptedPeers) {
-    struct Row {
-        std::vector<std::string> args;  // PORT stands for the peer's port
-        std::string reply;
-        bool stayOpen;  // after the reply, as an RTSP server or a silent one does
-        int status;
-        std::string out, err;
-        std::string request;  // what the peer must receive
-    };
     const std::string get = " HTTP/1.0\r\nHost: 127.0.0.1:PORT\r\nUser-Agent: kt\r\nAccept: */*\r\n";
-    const Row rows[] = {
+    // kt fetch's arguments (PORT: the peer's), the peer's reply, whether it
+    // then stays open (as an RTSP server or a silent one does), kt's exit
+    // status, output and error, and the request the peer must receive.
+    const struct {
+        std::vector<std::string> args;
+        std::string reply;
+        bool stayOpen;
+        int status;
+        std::string out, err, request;
+    }
+    rows[] = {
         {{"rtsp://127.0.0.1:PORT/live"}, "RTSP/1.0 200 OK\r\nCSeq: 1\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n", true, 0,
          "RTSP/1.0 200 OK\r\nCSeq: 1\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n", "",
          "OPTIONS rtsp://127.0.0.1:PORT/live RTSP/1.0\r\nCSeq: 1\r\nUser-Agent: kt\r\n\r\n"},
@@ -262,7 +222,7 @@ TEST(NetToolTest, FetchSpeaksHttpAndRtspToScriptedPeers) {
         {{"--timeout", "1", "http://127.0.0.1:PORT/"}, "", true, 2, "", "kt fetch: receive failed: timed out\n",
          "GET /" + get + "\r\n"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.args.back() + " " + row.reply);
         kttest::RawListener listener;
         std::string request;
@@ -277,22 +237,15 @@ TEST(NetToolTest, FetchSpeaksHttpAndRtspToScriptedPeers) {
             if (!row.stayOpen) ::shutdown(connection.get(), SHUT_WR);
             kttest::readRaw(connection.get(), 1);  // until the client closes
         });
-        std::vector<std::string> args = {"fetch"};
-        for (const std::string& arg : row.args) args.push_back(withPort(arg, listener.port()));
         auto start = std::chrono::steady_clock::now();
-        test::ProcessResult result = kt(args, "", kLimit);
+        expectFetch(row.args, listener.port(), row.status, row.out, row.err);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
         peer.join();
-        EXPECT_EQ(result.status, row.status);
-        EXPECT_EQ(result.out, row.out);
-        EXPECT_EQ(result.err, row.err);
         EXPECT_EQ(request, withPort(row.request, listener.port()));
     }
 
-    std::uint16_t refused = kttest::refusedPort();
-    test::ProcessResult result = kt({"fetch", withPort("http://127.0.0.1:PORT/", refused)}, "", kLimit);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.err, withPort("kt fetch: cannot connect to 127.0.0.1:PORT: Connection refused\n", refused));
+    expectFetch({"http://127.0.0.1:PORT/"}, kttest::refusedPort(), 2, "",
+                "kt fetch: cannot connect to 127.0.0.1:PORT: Connection refused\n");
 }
 
 TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
@@ -323,20 +276,20 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
 }
 
 TEST(NetToolTest, StopSignalsEndServeAndCloseEveryDescriptor) {
-    Folder root;
+    test::Folder root;
     root.write("a.txt", "hello\n");
-    struct Row {
+    // The signal, kt serve's arguments, what the open connection sends before
+    // the signal and what it reads back before the server closes it.
+    const struct {
         int signal;
         std::vector<std::string> args;
-        std::string sent;      // what the open connection sends before the signal
-        std::string answered;  // what it reads back before the server closes it
-    };
-    const Row rows[] = {
+        std::string sent, answered;
+    } rows[] = {
         {SIGTERM, {"--echo"}, "x", "x"},
         {SIGINT, {"--echo"}, "x", "x"},
         {SIGTERM, {"--root", root.path()}, "GET /a.txt HTTP/1.0\r\n", ""},  // half a request
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.signal);
         Listening server = serve(row.args);
         ASSERT_NE(server.port(), 0);
@@ -345,14 +298,14 @@ TEST(NetToolTest, StopSignalsEndServeAndCloseEveryDescriptor) {
         {
             kttest::Fd served = kttest::rawConnect(server.address());
             kttest::writeRaw(served.get(), row.sent);
-            EXPECT_TRUE(eventually([&] { return descriptorsOf(pid) == idle + 1; }));
+            EXPECT_EQ(descriptorsOf(pid, idle + 1), idle + 1);
         }
-        EXPECT_TRUE(eventually([&] { return descriptorsOf(pid) == idle; })) << "a connection left a descriptor";
+        EXPECT_EQ(descriptorsOf(pid, idle), idle) << "a connection left a descriptor";
 
         kttest::Fd open = kttest::rawConnect(server.address());
         kttest::writeRaw(open.get(), row.sent);
         EXPECT_EQ(kttest::readRaw(open.get(), row.answered.size()), row.answered);
-        EXPECT_TRUE(eventually([&] { return descriptorsOf(pid) == idle + 1; }));
+        EXPECT_EQ(descriptorsOf(pid, idle + 1), idle + 1);
         auto start = std::chrono::steady_clock::now();
         ASSERT_EQ(::kill(pid, row.signal), 0);
         EXPECT_EQ(kttest::readRaw(open.get(), 1), "");  // closed by the server, not timed out

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <random>
 #include <string>
 #include <vector>
@@ -20,15 +19,7 @@ namespace {
 
 using namespace ktbase::url_detail;
 
-std::string kernelName(url_kernel kernel) {
-    switch (kernel) {
-        case url_kernel::scalar: return "Scalar";
-        case url_kernel::sse: return "Sse";
-        case url_kernel::avx2: return "Avx2";
-        case url_kernel::avx512: return "Avx512";
-    }
-    return "Unknown";
-}
+const char* const kKernelNames[] = {"Scalar", "Sse", "Avx2", "Avx512"};  // by url_kernel
 
 // Runs each test with the kernel set it is given (skipped where the CPU
 // lacks it), then restores the set that was active.
@@ -54,34 +45,22 @@ const std::string kMostlyPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJ0123456789
 
 const std::string* const kAlphabets[] = {&kEscapeRich, &kDelimiterRich, &kMostlyPlain};
 
-class Generator {
-public:
-    explicit Generator(std::uint32_t seed) : random_(seed) {}
-    std::string text(std::size_t n, const std::string& alphabet) {
-        std::string result(n, '\0');
-        for (char& c : result) c = alphabet[random_() % alphabet.size()];
-        return result;
-    }
-    std::string bytes(std::size_t n) {
-        std::string result(n, '\0');
-        for (char& c : result) c = char(random_() >> 24);
-        return result;
-    }
-    std::size_t below(std::size_t n) { return std::size_t(random_() % n); }
+// Every byte value once: random texts over it are random bytes.
+const std::string kEveryByte = [] {
+    std::string bytes(256, '\0');
+    for (int i = 0; i < 256; ++i) bytes[std::size_t(i)] = char(i);
+    return bytes;
+}();
 
-private:
-    std::mt19937 random_;
-};
+std::string randomText(std::mt19937& random, std::size_t n, const std::string& alphabet) {
+    std::string result(n, '\0');
+    for (char& c : result) c = alphabet[random() % alphabet.size()];
+    return result;
+}
 
 // Guard bytes after the room a kernel may use: writing past it changes them.
 constexpr std::size_t kGuard = 32;
 constexpr char kGuardByte = '\xa5';
-
-std::string plainEncoding(const std::string& text, bool all) {
-    std::string out(3 * text.size(), '\0');
-    out.resize(url_encode_range(&out[0], text.data(), text.data() + text.size(), all));
-    return out;
-}
 
 std::string plainDecoding(const std::string& text) {
     std::string out(text.size(), '\0');
@@ -89,116 +68,61 @@ std::string plainDecoding(const std::string& text) {
     return out;
 }
 
-// The active kernels' encoding of `text`, in a buffer of exactly the room
-// they are promised, with guard bytes after it.
-void expectEncodingAsPlain(const std::string& text) {
-    // A copy of exactly the text's size, so that a read past it is caught
-    // under AddressSanitizer.
+// The active kernels' encoding and decoding of `text` against the plain
+// loops, each in a buffer of exactly the room they are promised, with guard
+// bytes after it; the input is a copy of exactly the text's size, so that a
+// read past it is caught under AddressSanitizer.
+void expectCodingAsPlain(const std::string& text) {
+    SCOPED_TRACE(testing::PrintToString(text));
     const std::vector<char> input(text.begin(), text.end());
     const char* first = input.data();
     const char* last = first + input.size();
     const kernel_set& kernels = active_kernels();
     ASSERT_LE(kernels.encode_slack, kKernelSlack);
+    ASSERT_LE(kernels.decode_slack, kKernelSlack);
+    const auto expectGuarded = [](const std::vector<char>& out, std::size_t room) {
+        for (std::size_t i = room; i < out.size(); ++i)
+            ASSERT_EQ(out[i], kGuardByte) << "written past the slack";
+    };
     for (bool all : {false, true}) {
-        const std::string expected = plainEncoding(text, all);
-        ASSERT_EQ(kernels.encoded_size(first, last, all), expected.size()) << "all " << all;
+        SCOPED_TRACE(all ? "every slash escaped" : "single slashes kept");
+        std::string expected(3 * text.size(), '\0');
+        expected.resize(url_encode_range(&expected[0], first, last, all));
+        ASSERT_EQ(kernels.encoded_size(first, last, all), expected.size());
+        ASSERT_EQ(ktbase::url_encode(text, all), expected);
         if (text.empty()) continue;
         std::vector<char> out(expected.size() + kernels.encode_slack + kGuard, kGuardByte);
-        ASSERT_EQ(kernels.encode(out.data(), first, last, all), expected.size()) << "all " << all;
-        ASSERT_EQ(std::string(out.data(), expected.size()), expected) << "all " << all;
-        for (std::size_t i = expected.size() + kernels.encode_slack; i < out.size(); ++i)
-            ASSERT_EQ(out[i], kGuardByte) << "written past the slack, all " << all;
-        ASSERT_EQ(ktbase::url_encode(text, all), expected);
+        ASSERT_EQ(kernels.encode(out.data(), first, last, all), expected.size());
+        ASSERT_EQ(std::string(out.data(), expected.size()), expected);
+        expectGuarded(out, expected.size() + kernels.encode_slack);
     }
-}
-
-void expectDecodingAsPlain(const std::string& text) {
     const std::string expected = plainDecoding(text);
     ASSERT_EQ(ktbase::url_decode(text), expected);
     if (text.empty()) return;
-    const std::vector<char> input(text.begin(), text.end());
-    const kernel_set& kernels = active_kernels();
-    ASSERT_LE(kernels.decode_slack, kKernelSlack);
     std::vector<char> out(text.size() + kernels.decode_slack + kGuard, kGuardByte);
-    const std::size_t size = kernels.decode(out.data(), input.data(), input.data() + input.size());
-    ASSERT_EQ(std::string(out.data(), size), expected);
-    for (std::size_t i = text.size() + kernels.decode_slack; i < out.size(); ++i)
-        ASSERT_EQ(out[i], kGuardByte) << "written past the slack";
+    ASSERT_EQ(std::string(out.data(), kernels.decode(out.data(), first, last)), expected);
+    expectGuarded(out, text.size() + kernels.decode_slack);
 }
 
-TEST_P(UrlKernelTest, EncodingIsThePlainOneAtEveryLength) {
-    Generator generate(1);
+TEST_P(UrlKernelTest, CodingIsThePlainOneAtEveryLength) {
+    std::mt19937 random(1);
     for (std::size_t n = 0; n <= 300; ++n) {
         for (const std::string* alphabet : kAlphabets)
-            for (int round = 0; round < 3; ++round) {
-                const std::string text = generate.text(n, *alphabet);
-                SCOPED_TRACE(testing::PrintToString(text));
-                expectEncodingAsPlain(text);
-            }
-        const std::string bytes = generate.bytes(n);
-        SCOPED_TRACE(testing::PrintToString(bytes));
-        expectEncodingAsPlain(bytes);
-    }
-}
-
-TEST_P(UrlKernelTest, DecodingIsThePlainOneAtEveryLength) {
-    Generator generate(2);
-    for (std::size_t n = 0; n <= 300; ++n) {
-        for (const std::string* alphabet : kAlphabets)
-            for (int round = 0; round < 3; ++round) {
-                const std::string text = generate.text(n, *alphabet);
-                SCOPED_TRACE(testing::PrintToString(text));
-                expectDecodingAsPlain(text);
-            }
-        // Encodings: valid escapes everywhere, as decoding mostly meets them.
-        const std::string encoded = ktbase::url_encode(generate.bytes(n), n % 2 == 0);
-        SCOPED_TRACE(testing::PrintToString(encoded));
-        expectDecodingAsPlain(encoded);
+            for (int round = 0; round < 3; ++round)
+                expectCodingAsPlain(randomText(random, n, *alphabet));
+        // Encodings too: valid escapes everywhere, as decoding mostly meets them.
+        const std::string bytes = randomText(random, n, kEveryByte);
+        expectCodingAsPlain(bytes);
+        expectCodingAsPlain(ktbase::url_encode(bytes, n % 2 == 0));
     }
 }
 
 // Escapes that swallow the "%" of the next one, at every place in a block.
 TEST_P(UrlKernelTest, DecodingOverlappingEscapes) {
-    const char* pieces[] = {"%%41", "%4%41", "%%%", "%0%41", "%00%", "%%", "%4z", "%z%"};
-    for (const char* piece : pieces)
+    for (const char* piece : {"%%41", "%4%41", "%%%", "%0%41", "%00%", "%%", "%4z", "%z%"})
         for (std::size_t before = 0; before < 70; ++before)
-            for (std::size_t after = 0; after < 4; ++after) {
-                const std::string text = std::string(before, 'x') + piece + std::string(after, 'y');
-                SCOPED_TRACE(text);
-                expectDecodingAsPlain(text);
-            }
-}
-
-TEST_P(UrlKernelTest, LargeTexts) {
-    Generator generate(3);
-    for (std::size_t n : {std::size_t(1) << 16, (std::size_t(1) << 20) + 7}) {
-        for (const std::string* alphabet : kAlphabets) {
-            const std::string text = generate.text(n, *alphabet);
-            expectEncodingAsPlain(text);
-            expectDecodingAsPlain(text);
-        }
-        const std::string bytes = generate.bytes(n);
-        expectEncodingAsPlain(bytes);
-        expectDecodingAsPlain(ktbase::url_encode(bytes, true));
-    }
-}
-
-TEST_P(UrlKernelTest, DelimiterMasksAreThePlainOnes) {
-    Generator generate(4);
-    for (std::size_t n = 0; n <= delimiter_masks::kMaxLength; ++n) {
-        for (const std::string* alphabet : kAlphabets) {
-            const std::string text = generate.text(n, *alphabet);
-            const std::vector<char> input(text.begin(), text.end());
-            delimiter_masks expected, masks;
-            kScalarKernels.find_delimiters(input.data(), n, expected);
-            active_kernels().find_delimiters(input.data(), n, masks);
-            for (int d = 0; d < kDelimiterCount; ++d)
-                for (std::size_t w = 0; w < (n + 63) / 64; ++w)
-                    ASSERT_EQ(masks.rows[d][w], expected.rows[d][w])
-                        << "length " << n << ", delimiter " << kDelimiterBytes[d] << ", word " << w
-                        << ", text " << testing::PrintToString(text);
-        }
-    }
+            for (std::size_t after = 0; after < 4; ++after)
+                expectCodingAsPlain(std::string(before, 'x') + piece + std::string(after, 'y'));
 }
 
 // --- The one-pass splitter ---------------------------------------------------
@@ -211,90 +135,98 @@ struct Component {
     std::string (*get)(const std::string&, bool);
 };
 
+#define KT_PART(x, in_authority) {#x, split_##x, in_authority, &url_parts::x, ktbase::url_##x}
 const Component kComponents[] = {
-    {"scheme", split_scheme, false, &url_parts::scheme, ktbase::url_scheme},
-    {"authority", split_authority, false, &url_parts::authority, ktbase::url_authority},
-    {"path", split_path, false, &url_parts::path, ktbase::url_path},
-    {"params", split_params, false, &url_parts::params, ktbase::url_params},
-    {"query", split_query, false, &url_parts::query, ktbase::url_query},
-    {"fragment", split_fragment, false, &url_parts::fragment, ktbase::url_fragment},
-    {"domain", split_domain, true, &url_parts::domain, ktbase::url_domain},
-    {"user", split_user, true, &url_parts::user, ktbase::url_user},
-    {"password", split_password, true, &url_parts::password, ktbase::url_password},
-    {"host", split_host, true, &url_parts::host, ktbase::url_host},
-    {"service", split_service, true, &url_parts::service, ktbase::url_service},
-};
+    KT_PART(scheme, false), KT_PART(authority, false), KT_PART(path, false),
+    KT_PART(params, false), KT_PART(query, false),     KT_PART(fragment, false),
+    KT_PART(domain, true),  KT_PART(user, true),       KT_PART(password, true),
+    KT_PART(host, true),    KT_PART(service, true)};
+#undef KT_PART
 
-// The range that the splitting steps give.
-url_range stepRange(const std::string& url, const Component& component) {
-    return component.in_authority ? locate_in_authority(url, component.step).part
-                                  : locate(url, component.step);
-}
-
-std::string plainText(const std::string& url, url_range range, bool decode) {
-    const std::string raw = url.substr(range.begin, range.end - range.begin);
-    return decode ? plainDecoding(raw) : raw;
-}
-
+// Every component's range from split_url is the one the splitting steps give,
+// and every getter, raw and decoded, returns that range's text.
 void expectSplitAsSteps(const std::string& url) {
     SCOPED_TRACE(testing::PrintToString(url));
     const url_parts parts = split_url(url);
     for (const Component& component : kComponents) {
         SCOPED_TRACE(component.name);
-        const url_range expected = stepRange(url, component);
+        const url_range expected = component.in_authority
+                                       ? locate_in_authority(url, component.step).part
+                                       : locate(url, component.step);
         const url_range range = parts.*component.range;
         ASSERT_EQ(range.begin, expected.begin);
         ASSERT_EQ(range.end, expected.end);
-        for (bool decode : {false, true})
-            ASSERT_EQ(component.get(url, decode), plainText(url, expected, decode))
-                << "decode " << decode;
+        const std::string raw = url.substr(expected.begin, expected.end - expected.begin);
+        ASSERT_EQ(component.get(url, false), raw);
+        ASSERT_EQ(component.get(url, true), plainDecoding(raw));
     }
 }
 
+// At every length the delimiter masks (for texts short enough to have them)
+// are those of the plain loop, and the splitter gives what the steps give.
 TEST_P(UrlKernelTest, SplitIsTheStepsAtEveryLength) {
-    Generator generate(5);
+    std::mt19937 random(5);
     for (std::size_t n = 0; n <= 400; ++n)
         for (const std::string* alphabet : kAlphabets)
-            for (int round = 0; round < 3; ++round) expectSplitAsSteps(generate.text(n, *alphabet));
+            for (int round = 0; round < 3; ++round) {
+                const std::string text = randomText(random, n, *alphabet);
+                expectSplitAsSteps(text);
+                if (n > delimiter_masks::kMaxLength) continue;
+                const std::vector<char> input(text.begin(), text.end());
+                delimiter_masks expected, masks;
+                kScalarKernels.find_delimiters(input.data(), n, expected);
+                active_kernels().find_delimiters(input.data(), n, masks);
+                for (int d = 0; d < kDelimiterCount; ++d)
+                    for (std::size_t w = 0; w < (n + 63) / 64; ++w)
+                        ASSERT_EQ(masks.rows[d][w], expected.rows[d][w])
+                            << "length " << n << ", delimiter " << kDelimiterBytes[d]
+                            << ", word " << w << ", text " << testing::PrintToString(text);
+            }
 }
 
 // URLs of the shapes met in practice, each part there or not, with pieces
 // of the delimiter-rich alphabet in them, around the masks' length limit.
 TEST_P(UrlKernelTest, SplitIsTheStepsOnUrlShapes) {
-    Generator generate(6);
+    std::mt19937 random(6);
+    const auto below = [&](std::size_t n) { return std::size_t(random() % n); };
     const auto maybe = [&](const std::string& before, std::size_t size) {
-        if (generate.below(3) == 0) return std::string();
-        std::string part = before + generate.text(generate.below(size), kMostlyPlain);
-        if (generate.below(4) == 0)
-            part.insert(generate.below(part.size() + 1), 1,
-                        kDelimiterRich[generate.below(kDelimiterRich.size())]);
+        if (below(3) == 0) return std::string();
+        std::string part = before + randomText(random, below(size), kMostlyPlain);
+        if (below(4) == 0)
+            part.insert(below(part.size() + 1), 1, kDelimiterRich[below(kDelimiterRich.size())]);
         return part;
     };
     for (int round = 0; round < 20000; ++round) {
         std::string url = maybe("", 8);
         if (!url.empty()) url += ':';
-        if (generate.below(4) != 0) url += "//";
+        if (below(4) != 0) url += "//";
         const std::string userinfo = maybe("", 6) + maybe(";", 6) + maybe(":", 6);
         if (!userinfo.empty()) url += userinfo + "@";
-        url += generate.text(generate.below(20), kMostlyPlain) + maybe(":", 5);
-        url += maybe("/", 100 + generate.below(120)) + maybe(";", 20) + maybe("?", 60) +
-               maybe("#", 30);
+        url += randomText(random, below(20), kMostlyPlain) + maybe(":", 5);
+        url += maybe("/", 100 + below(120)) + maybe(";", 20) + maybe("?", 60) + maybe("#", 30);
         expectSplitAsSteps(url);
     }
 }
 
-TEST_P(UrlKernelTest, SplitLargeTexts) {
-    Generator generate(7);
-    for (std::size_t n : {std::size_t(4096), std::size_t(1) << 16})
-        for (const std::string* alphabet : kAlphabets)
-            expectSplitAsSteps(generate.text(n, *alphabet));
+TEST_P(UrlKernelTest, LargeTexts) {
+    std::mt19937 random(3);
+    for (std::size_t n : {std::size_t(4096), std::size_t(1) << 16, (std::size_t(1) << 20) + 7}) {
+        for (const std::string* alphabet : kAlphabets) {
+            const std::string text = randomText(random, n, *alphabet);
+            expectCodingAsPlain(text);
+            expectSplitAsSteps(text);
+        }
+        const std::string bytes = randomText(random, n, kEveryByte);
+        expectCodingAsPlain(bytes);
+        expectCodingAsPlain(ktbase::url_encode(bytes, true));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, UrlKernelTest,
                          testing::Values(url_kernel::scalar, url_kernel::sse, url_kernel::avx2,
                                          url_kernel::avx512),
                          [](const testing::TestParamInfo<url_kernel>& info) {
-                             return kernelName(info.param);
+                             return kKernelNames[int(info.param)];
                          });
 
 // The set in use after a fresh start is the fastest the CPU runs, and
