@@ -4,7 +4,6 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -24,6 +23,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -42,13 +43,8 @@ constexpr int kWaitMs = 5000;
 
 /// The number of descriptors open in this process.
 inline int openDescriptors() {
-    DIR* directory = ::opendir("/proc/self/fd");
-    if (!directory) return -1;
-    int count = 0;
-    while (const dirent* entry = ::readdir(directory))
-        if (entry->d_name[0] != '.') ++count;
-    ::closedir(directory);
-    return count - 1;  // the directory's own descriptor
+    // Less the one that reads the folder.
+    return int(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
 }
 
 /// Fails the test when it leaves a descriptor open (or closes one it did not
@@ -64,12 +60,7 @@ private:
 
 /// A write to a connection the peer has closed must fail with EPIPE, not kill
 /// the suite.
-class IgnoreSigpipe : public ::testing::Environment {
-public:
-    void SetUp() override { ::signal(SIGPIPE, SIG_IGN); }
-};
-inline ::testing::Environment* const kIgnoreSigpipe =
-    ::testing::AddGlobalTestEnvironment(new IgnoreSigpipe);
+inline const auto kIgnoreSigpipe = ::signal(SIGPIPE, SIG_IGN);
 
 /// An owned raw descriptor, closed when the object goes.
 class Fd {

@@ -88,8 +88,10 @@ TEST_F(RServerSocketTest, FailedConstructionThrowsTheSystemMessageAndClosesTheDe
         int error;
     };
     const Row rows[] = {
-        {"address in use", [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); }, EADDRINUSE},
-        {"port form on a port in use", [&] { KT::RServerSocket(taken, SOCK_STREAM, 0); }, EADDRINUSE},
+        {"address in use", [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); },
+         EADDRINUSE},
+        {"port form on a port in use", [&] { KT::RServerSocket(taken, SOCK_STREAM, 0); },
+         EADDRINUSE},
         {"unreadable address text binds 255.255.255.255",
          [] { KT::RServerSocket("localhost", 0, SOCK_STREAM, 0); }, EADDRNOTAVAIL},
         {"no record gives the empty record", [&] { KT::RServerSocket(noRecord, SOCK_STREAM, 0); },
@@ -115,20 +117,17 @@ TEST_F(RServerSocketTest, ReportsThatRunOutOfMemoryLeaveNothingOpen) {
     const std::uint16_t taken = localPort(first.socket.descriptor);
     KT::RServerSocket datagrams("127.0.0.1", 0, SOCK_DGRAM, 0);
     const ThrowSite bindSite{"CNetworkException", kBindLine, kSocketFile, kBind,
-                                     std::strerror(EADDRINUSE)};
+                             std::strerror(EADDRINUSE)};
     const ThrowSite listenSite{"CNetworkException", kListenLine, kServerFile, kListen,
-                                       std::strerror(EOPNOTSUPP)};
+                               std::strerror(EOPNOTSUPP)};
     const int open = openDescriptors();
     expectFailures({
         {"bind",
          [&] {
-             whenThrownBy(bindSite,
-                                  [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); });
+             whenThrownBy(bindSite, [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); });
          },
          {44, 44}},
-        {"listen",
-         [&] { whenThrownBy(listenSite, [&] { datagrams.listen(1); }); },
-         {44, 44}},
+        {"listen", [&] { whenThrownBy(listenSite, [&] { datagrams.listen(1); }); }, {44, 44}},
     });
     EXPECT_EQ(openDescriptors(), open);
 }
@@ -220,10 +219,8 @@ TEST_F(RServerSocketTest, ServesAResponseToCurl) {
     if (!onPath("curl")) GTEST_SKIP() << "curl is not installed";
     Server server;
     const std::string url =
-        "http://127.0.0.1:" + std::to_string(localPort(server.socket.descriptor)) +
-        "/greeting";
-    Child curl(
-        {"curl", "--silent", "--show-error", "--noproxy", "*", "--max-time", "5", url});
+        "http://127.0.0.1:" + std::to_string(localPort(server.socket.descriptor)) + "/greeting";
+    Child curl({"curl", "--silent", "--show-error", "--noproxy", "*", "--max-time", "5", url});
     ASSERT_TRUE(curl.started());
 
     KT::RSocket accepted = server.socket.accept();

@@ -12,8 +12,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
@@ -68,8 +68,8 @@ enum Ending { PeerClosed, TimedOut, Failed, kEndings };
 
 /// An echo server on 127.0.0.1 (port chosen by the system): one thread
 /// accepts, and one thread per connection sends back what it reads until the
-/// peer closes, fails, or sends nothing for `idleMs`. Stopped and joined when
-/// the object goes.
+/// peer closes, fails, or sends nothing for `idleMs`; the counters say what
+/// happened. Stopped and joined when the object goes.
 class EchoServer {
 public:
     explicit EchoServer(int idleMs)
@@ -78,8 +78,6 @@ public:
         socket_.listen(128);
         acceptor_ = std::thread([this] { acceptLoop(); });
     }
-    EchoServer(const EchoServer&) = delete;
-    EchoServer& operator=(const EchoServer&) = delete;
 
     ~EchoServer() {
         stopping_ = true;
@@ -108,10 +106,8 @@ public:
         return true;
     }
 
-    int accepted() const { return accepted_; }
-    int interruptions() const { return interruptions_; }
-    long long echoed() const { return echoed_; }
-    int ended(Ending how) const { return endings_[how]; }
+    std::atomic<int> accepted{0}, interruptions{0}, ended[kEndings] = {};
+    std::atomic<long long> echoed{0};
 
 private:
     void acceptLoop() {
@@ -120,12 +116,12 @@ private:
                 // Built in place: a copy would duplicate the descriptor.
                 std::unique_ptr<KT::RSocket> connection(new KT::RSocket(socket_.accept()));
                 if (connection->descriptor == -1) continue;  // the peer gave up first
-                ++accepted_;
+                ++accepted;
                 std::lock_guard<std::mutex> lock(mutex_);
                 ++active_;
                 handlers_.emplace_back([this, c = std::move(connection)] { serve(*c); });
             } catch (const KT::CInterruptedException&) {
-                ++interruptions_;
+                ++interruptions;
             } catch (const KT::CException& e) {
                 // A quiet spell longer than the accept limit is not a failure.
                 if (!stopping_ && std::strcmp(e.msg(), std::strerror(EAGAIN)) != 0)
@@ -139,24 +135,14 @@ private:
         timeval idle{idleMs_ / 1000, idleMs_ % 1000 * 1000};
         connection.setOption(SO_RCVTIMEO, &idle, sizeof idle);
         std::vector<char> buffer(static_cast<std::size_t>(kMaxSize));
-        long long echoed = 0;
-        Ending ending;
-        for (;;) {
-            int n = connection.read2(buffer.data(), int(buffer.size()));
-            if (n <= 0) {
-                bool quiet = n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-                ending = n == 0 ? PeerClosed : quiet ? TimedOut : Failed;
-                break;
-            }
-            if (connection.write(buffer.data(), n) != n) {
-                ending = Failed;
-                break;
-            }
+        int n;
+        while ((n = connection.read2(buffer.data(), kMaxSize)) > 0 &&
+               connection.write(buffer.data(), n) == n)
             echoed += n;
-        }
+        // Here n > 0 means the write failed.
+        const bool quiet = n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+        ++ended[n == 0 ? PeerClosed : quiet ? TimedOut : Failed];
         connection.close();
-        echoed_ += echoed;
-        ++endings_[ending];
         std::lock_guard<std::mutex> lock(mutex_);
         if (--active_ == 0) idle_.notify_all();
     }
@@ -164,10 +150,6 @@ private:
     KT::RServerSocket socket_;
     const int idleMs_;
     std::atomic<bool> stopping_{false};
-    std::atomic<int> accepted_{0};
-    std::atomic<int> interruptions_{0};
-    std::atomic<long long> echoed_{0};
-    std::atomic<int> endings_[kEndings] = {};
     std::mutex mutex_;
     std::condition_variable idle_;
     int active_ = 0;
@@ -276,9 +258,9 @@ TEST_F(SoakTest, ConcurrentClientsGetEveryByteBackAndTheServerEndsAsItBegan) {
     const long grown = residentBytes() - residentBefore;
 
     EXPECT_EQ(soak.roundTrips, kClients * kRoundTrips);
-    EXPECT_EQ(server.echoed(), warmUp.bytes + soak.bytes);
-    EXPECT_EQ(server.accepted(), 2 * kClients);
-    EXPECT_EQ(server.ended(PeerClosed), 2 * kClients);
+    EXPECT_EQ(server.echoed, warmUp.bytes + soak.bytes);
+    EXPECT_EQ(server.accepted, 2 * kClients);
+    EXPECT_EQ(server.ended[PeerClosed], 2 * kClients);
     // Every connection closed: only the listening socket is left.
     EXPECT_EQ(kttest::openDescriptors(), descriptors + 1);
     EXPECT_LT(grown, kMemoryMargin) << "resident size grew by " << grown << " bytes";
@@ -349,8 +331,8 @@ TEST_F(SoakTest, ServerSurvivesResetsSilentAndHalfClosedPeersAndASignalStorm) {
         }
     }
     EXPECT_EQ(stormed.roundTrips, kStormClients * 20);
-    EXPECT_GT(server.interruptions(), 0);
-    EXPECT_LE(server.interruptions(), kSignals);
+    EXPECT_GT(server.interruptions, 0);
+    EXPECT_LE(server.interruptions, kSignals);
     steadyClient.stop = true;
     steadyClient.peer.join();
     const Moved steady = steadyClient.moved;
@@ -360,12 +342,13 @@ TEST_F(SoakTest, ServerSurvivesResetsSilentAndHalfClosedPeersAndASignalStorm) {
     ASSERT_TRUE(server.waitIdle());
     EXPECT_GT(steady.roundTrips, 0);
     EXPECT_EQ(steady.broken, 0);
-    EXPECT_EQ(server.accepted(), 1 + kResets + kSilent + kHalfClosed + kStormClients + 1);
-    EXPECT_EQ(server.ended(Failed), kResets);
-    EXPECT_EQ(server.ended(TimedOut), kSilent);
-    EXPECT_EQ(server.ended(PeerClosed), 1 + kHalfClosed + kStormClients + 1);
-    std::printf("faults: %d of %d signals interrupted accept; the steady client made %d round trips\n",
-                server.interruptions(), kSignals, steady.roundTrips);
+    EXPECT_EQ(server.accepted, 1 + kResets + kSilent + kHalfClosed + kStormClients + 1);
+    EXPECT_EQ(server.ended[Failed], kResets);
+    EXPECT_EQ(server.ended[TimedOut], kSilent);
+    EXPECT_EQ(server.ended[PeerClosed], 1 + kHalfClosed + kStormClients + 1);
+    std::printf(
+        "faults: %d of %d signals interrupted accept; the steady client made %d round trips\n",
+        server.interruptions.load(), kSignals, steady.roundTrips);
 }
 
 }  // namespace
