@@ -219,6 +219,8 @@ TEST_F(RSocketTest, CloseOnExecMarksEveryDescriptorTheObjectMakes) {
     }
 }
 
+// Peeking copies the pending bytes again until the buffer is full, read2()
+// takes one chunk, and shutdown() stops receiving but not sending.
 TEST_F(RSocketTest, MovesBytesBothWaysWithEveryTransferCall) {
     Connection c;
     EXPECT_TRUE(c.client.isConnected());
@@ -228,16 +230,29 @@ TEST_F(RSocketTest, MovesBytesBothWaysWithEveryTransferCall) {
     EXPECT_EQ(readRaw(c.peer.get(), 3), "abc");
 
     writeRaw(c.peer.get(), "world!xyz");
-    char buffer[6];
+    char buffer[100];
     EXPECT_EQ(c.client.read(buffer, 6), 6);
     EXPECT_EQ(std::string(buffer, 6), "world!");
     EXPECT_EQ(c.client.receive(buffer, 3, 0), 3);
     EXPECT_EQ(std::string(buffer, 3), "xyz");
 
+    writeRaw(c.peer.get(), "abcd");
+    ASSERT_TRUE(waitPending(c.client.descriptor, 4));
+    EXPECT_EQ(c.client.receive(buffer, 8, MSG_PEEK), 8);
+    EXPECT_EQ(std::string(buffer, 8), "abcdabcd");
+    EXPECT_EQ(c.client.read2(buffer, 100), 4);
+
     EXPECT_STREQ(c.client.getRemoteAddress(), "127.0.0.1");
     EXPECT_EQ(c.client.getRemotePort(), c.listener.port());
     EXPECT_STREQ(c.client.getLocalAddress(), "127.0.0.1");
     EXPECT_EQ(c.client.getLocalAddressUInt32(), 0x7F000001u);
+
+    const int descriptor = c.client.descriptor;
+    EXPECT_EQ(c.client.shutdown(), 0);
+    EXPECT_EQ(c.client.descriptor, descriptor);
+    EXPECT_EQ(c.client.read2(buffer, 1), 0);
+    EXPECT_EQ(c.client.write("x", 1), 1);
+    EXPECT_EQ(readRaw(c.peer.get(), 1), "x");
 }
 
 TEST_F(RSocketTest, WriteMovesEveryByteOfABufferLargerThanTheSystemTakesAtOnce) {
@@ -271,27 +286,6 @@ TEST_F(RSocketTest, ReadReturnsWhatArrivedWhenThePeerClosesAndFailsOnAReset) {
         EXPECT_EQ(errno, reset ? ECONNRESET : 0);
         EXPECT_EQ(std::string(buffer, 40), std::string(40, 'a'));
     }
-}
-
-TEST_F(RSocketTest, PeekCopiesThePendingBytesAgainAndRead2TakesOneChunk) {
-    Connection c;
-    writeRaw(c.peer.get(), "abcd");
-    ASSERT_TRUE(waitPending(c.client.descriptor, 4));
-    char buffer[100];
-    EXPECT_EQ(c.client.receive(buffer, 8, MSG_PEEK), 8);
-    EXPECT_EQ(std::string(buffer, 8), "abcdabcd");
-    EXPECT_EQ(c.client.read2(buffer, 100), 4);
-}
-
-TEST_F(RSocketTest, ShutdownStopsReceivingButNotSending) {
-    Connection c;
-    const int descriptor = c.client.descriptor;
-    EXPECT_EQ(c.client.shutdown(), 0);
-    EXPECT_EQ(c.client.descriptor, descriptor);
-    char byte;
-    EXPECT_EQ(c.client.read2(&byte, 1), 0);
-    EXPECT_EQ(c.client.write("x", 1), 1);
-    EXPECT_EQ(readRaw(c.peer.get(), 1), "x");
 }
 
 TEST_F(RSocketTest, RefusedConnectRenewsTheStreamDescriptor) {
@@ -347,17 +341,6 @@ TEST_F(RSocketTest, CopiesAndAssignmentsUseTheirOwnDescriptorForTheSameConnectio
     EXPECT_EQ(KT::RSocket(c.client).descriptor, -1);
 }
 
-TEST_F(RSocketTest, BindUsesTheStoredRecordAfterAllowingAddressReuse) {
-    sockaddr_in local = loopback(0);
-    KT::RSocket socket(nullptr, SOCK_STREAM, &local, 0);
-    EXPECT_EQ(socket.bind(nullptr), 0);
-    EXPECT_STREQ(socket.getLocalAddress(), "127.0.0.1");
-    int reuse = 0;
-    unsigned int size = sizeof reuse;
-    EXPECT_EQ(socket.getOption(SO_REUSEADDR, &reuse, &size), 0);
-    EXPECT_EQ(reuse, 1);
-}
-
 TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
     RawListener listener;
     sockaddr_in taken = listener.address();
@@ -368,7 +351,8 @@ TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
     EXPECT_TRUE(sameRecord(socket.localAddress, taken));
 }
 
-TEST_F(RSocketTest, BindSucceedsOnAPortThatAnEarlierServerLeftInTimeWait) {
+// Bind allows address reuse first, so it succeeds where a plain bind fails.
+TEST_F(RSocketTest, BindToTheStoredRecordSucceedsOnAPortAnEarlierServerLeftInTimeWait) {
     std::uint16_t port;
     {
         RawListener listener;
@@ -385,8 +369,10 @@ TEST_F(RSocketTest, BindSucceedsOnAPortThatAnEarlierServerLeftInTimeWait) {
     Fd plain(::socket(AF_INET, SOCK_STREAM, 0));
     ASSERT_EQ(::bind(plain.get(), asGeneric(&address), sizeof address), -1)
         << "the port should still be in TIME_WAIT";
-    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
-    EXPECT_EQ(socket.bind(&address), 0);
+    KT::RSocket socket(nullptr, SOCK_STREAM, &address, 0);
+    EXPECT_EQ(socket.bind(nullptr), 0);
+    EXPECT_STREQ(socket.getLocalAddress(), "127.0.0.1");
+    EXPECT_EQ(localPort(socket.descriptor), port);
 }
 
 TEST_F(RSocketTest, IsRSocketAnswersMinusOneForEveryOpenDescriptor) {
