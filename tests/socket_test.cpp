@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <tuple>
 
 #include "KTSocketInternal.h"
 #include "kt/KTException.h"
@@ -94,12 +95,8 @@ TEST_F(RSocketTest, DottedHostAndLocalhostNeedNoNameServer) {
 // causes also reach the caller of the host-name constructor, which then holds
 // no descriptor.
 TEST_F(RSocketTest, ResolverErrorsThrowTheirMessagesAndOpenNothing) {
-    struct Row {
-        int error;
-        int answer;  // -1: no name server answer causes it
-        const char* message;
-    };
-    const Row rows[] = {
+    // The resolver error, the name server answer that causes it (-1: none) and its message.
+    const std::tuple<int, int, const char*> rows[] = {
         {NETDB_INTERNAL, -1,
          "Internal error in the network library, unrelated to the  network  or  name service."},
         {HOST_NOT_FOUND, ns_r_nxdomain, "No such host is known."},
@@ -110,15 +107,15 @@ TEST_F(RSocketTest, ResolverErrorsThrowTheirMessagesAndOpenNothing) {
         {5, -1, "Unkown error."},
         {-2, -1, "Unkown error."},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.error);
-        EXPECT_STREQ(KT::detail::resolverMessage(row.error), row.message);
-        if (row.answer < 0) continue;
-        LoopbackResolver resolver(row.answer);
+    for (const auto& [error, answer, message] : rows) {
+        SCOPED_TRACE(error);
+        EXPECT_STREQ(KT::detail::resolverMessage(error), message);
+        if (answer < 0) continue;
+        LoopbackResolver resolver(answer);
         const int open = openDescriptors();
         expectThrow<KT::CNetworkException>(
             [] { KT::RSocket socket("nothing.invalid", 80, SOCK_STREAM, 0); },
-            {"CNetworkException", kResolveLine, kSocketFile, kHostConstructor, row.message});
+            {"CNetworkException", kResolveLine, kSocketFile, kHostConstructor, message});
         EXPECT_EQ(openDescriptors(), open);
         EXPECT_GE(resolver.queries(), 1);
     }
@@ -131,12 +128,7 @@ TEST_F(RSocketTest, ResolverErrorsThrowTheirMessagesAndOpenNothing) {
 TEST(ThrowSiteTest, ReportedLinesAreTheLinesOfTheThrows) {
     const std::string tests = __FILE__;
     const std::string root = tests.substr(0, tests.rfind("/tests/"));
-    struct Row {
-        const char* file;
-        int line;
-        const char* constant;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, int, const char*> rows[] = {
         {kSocketFile, kSocketLine, "kSocketLine"},
         {kSocketFile, kResolveLine, "kResolveLine"},
         {kSocketFile, kBindLine, "kBindLine"},
@@ -144,18 +136,18 @@ TEST(ThrowSiteTest, ReportedLinesAreTheLinesOfTheThrows) {
         {kServerFile, kInterruptedLine, "kInterruptedLine"},
         {kServerFile, kAcceptLine, "kAcceptLine"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.constant);
-        std::ifstream source(root + "/" + row.file);
-        ASSERT_TRUE(source) << root << "/" << row.file;
+    for (const auto& [file, number, constant] : rows) {
+        SCOPED_TRACE(constant);
+        std::ifstream source(root + "/" + file);
+        ASSERT_TRUE(source) << root << "/" << file;
         std::string line, call;
-        for (int n = 1; n <= row.line && std::getline(source, line); ++n) {
+        for (int n = 1; n <= number && std::getline(source, line); ++n) {
         }
         EXPECT_NE(line.find("raise<"), std::string::npos) << line;
         // The call runs on until its semicolon; the constant is one of its arguments.
         for (call = line; call.find(';') == std::string::npos && std::getline(source, line);)
             call += line;
-        EXPECT_NE(call.find(row.constant), std::string::npos) << call;
+        EXPECT_NE(call.find(constant), std::string::npos) << call;
     }
 }
 

@@ -55,7 +55,6 @@ using namespace kttest::sites;
 
 class RURITest : public kttest::NoLeakTest {};
 
-bool inEmptyState(const KT::CString& text) { return text.data == nullptr && text.length == 0; }
 
 struct Parsed {
     const char* uri;
@@ -117,7 +116,7 @@ TEST(RURIParseTest, TextWithoutAnyStringLeavesTheDefaults) {
         EXPECT_EQ(uri.scheme, -1);
         EXPECT_EQ(uri.port, 0);
         for (const KT::CString* part : {&uri.user, &uri.password, &uri.host, &uri.path, &uri.uri})
-            EXPECT_TRUE(inEmptyState(*part));
+            EXPECT_TRUE(part->data == nullptr && part->length == 0);
     }
 }
 
@@ -213,28 +212,24 @@ TEST(RURIParseTest, StandardAllocationFailuresPassThrough) {
 }
 
 TEST_F(RURITest, GetSocketAimsAStreamSocketAtHostAndPort) {
-    struct Row {
-        const char* uri;
-        int port;  // 0: no socket
-    };
-    const Row rows[] = {
+    const std::pair<const char*, int> rows[] = {  // port 0: no socket
         {"rtsp://127.0.0.1/x", 554},        // the scheme's default port
         {"gopher://127.0.0.1:7070", 7070},  // any scheme with a port
         {"file://127.0.0.1:21/x", 21},     {"http://localhost:8080/", 8080}, {"file:///tmp/x", 0},
         {"firewire://127.0.0.1", 0},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.uri);
+    for (const auto& [text, port] : rows) {
+        SCOPED_TRACE(text);
         const int open = kttest::openDescriptors();
-        ktbase::ref<KT::RSocket> socket = KT::RURI(KT::CString(row.uri)).getSocket();
-        if (row.port == 0) {
+        ktbase::ref<KT::RSocket> socket = KT::RURI(KT::CString(text)).getSocket();
+        if (port == 0) {
             EXPECT_FALSE(socket);
             continue;
         }
         ASSERT_TRUE(socket);
         EXPECT_EQ(socket->refcount(), 1);
         EXPECT_STREQ(socket->getRemoteAddress(), "127.0.0.1");
-        EXPECT_EQ(socket->getRemotePort(), row.port);
+        EXPECT_EQ(socket->getRemotePort(), port);
         EXPECT_EQ(socket->socketType, SOCK_STREAM);
         EXPECT_EQ(socket->flags, KT::RSocket::CloseOnExec);
         EXPECT_TRUE(kttest::closeOnExec(socket->descriptor));
