@@ -1,11 +1,9 @@
 // Helpers shared by the socket and URI suites: raw loopback peers whose every
-// wait is bounded, descriptor counting, one check of an exception's whole
-// content, a DNS responder on loopback and child processes that are always
-// reaped.
+// wait is bounded, descriptor counting, one check of a thrown exception, a DNS
+// responder on loopback and child processes that are always reaped.
 #pragma once
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -13,6 +11,7 @@
 #include <resolv.h>
 #include <signal.h>
 #include <spawn.h>
+#include <strings.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -20,11 +19,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "kt/KTException.h"
+#include "test_support.h"
 
 extern char** environ;
 
@@ -42,13 +43,8 @@ constexpr int kWaitMs = 5000;
 
 /// The number of descriptors open in this process.
 inline int openDescriptors() {
-    DIR* directory = ::opendir("/proc/self/fd");
-    if (!directory) return -1;
-    int count = 0;
-    while (const dirent* entry = ::readdir(directory))
-        if (entry->d_name[0] != '.') ++count;
-    ::closedir(directory);
-    return count - 1;  // the directory's own descriptor
+    // Less the one that reads the folder.
+    return int(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
 }
 
 /// Fails the test when it leaves a descriptor open (or closes one it did not
@@ -64,12 +60,7 @@ private:
 
 /// A write to a connection the peer has closed must fail with EPIPE, not kill
 /// the suite.
-class IgnoreSigpipe : public ::testing::Environment {
-public:
-    void SetUp() override { ::signal(SIGPIPE, SIG_IGN); }
-};
-inline ::testing::Environment* const kIgnoreSigpipe =
-    ::testing::AddGlobalTestEnvironment(new IgnoreSigpipe);
+inline const auto kIgnoreSigpipe = ::signal(SIGPIPE, SIG_IGN);
 
 /// An owned raw descriptor, closed when the object goes.
 class Fd {
@@ -94,8 +85,7 @@ inline sockaddr* asGeneric(sockaddr_in* record) { return reinterpret_cast<sockad
 
 /// The record of 127.0.0.1:`port`.
 inline sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in record;
-    std::memset(&record, 0, sizeof record);
+    sockaddr_in record{};
     record.sin_family = AF_INET;
     record.sin_port = htons(port);
     record.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -105,8 +95,7 @@ inline sockaddr_in loopback(std::uint16_t port) {
 /// What the sockets store for an address the caller did not give: all zero
 /// but the address, INADDR_NONE.
 inline sockaddr_in emptyRecord() {
-    sockaddr_in record;
-    std::memset(&record, 0, sizeof record);
+    sockaddr_in record{};
     record.sin_addr.s_addr = INADDR_NONE;
     return record;
 }
@@ -117,8 +106,7 @@ inline bool sameRecord(const sockaddr_in& a, const sockaddr_in& b) {
 
 /// The local port of a bound socket.
 inline std::uint16_t localPort(int fd) {
-    sockaddr_in record;
-    std::memset(&record, 0, sizeof record);
+    sockaddr_in record{};
     socklen_t length = sizeof record;
     ::getsockname(fd, asGeneric(&record), &length);
     return ntohs(record.sin_port);
@@ -230,11 +218,8 @@ private:
 class InterruptingSignal {
 public:
     InterruptingSignal() {
-        struct sigaction action;
-        std::memset(&action, 0, sizeof action);
+        struct sigaction action {};  // no flags: no SA_RESTART
         action.sa_handler = [](int) {};
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = 0;
         ::sigaction(SIGUSR1, &action, &old_);
     }
     ~InterruptingSignal() { ::sigaction(SIGUSR1, &old_, nullptr); }
@@ -261,41 +246,20 @@ constexpr int kInterruptedLine = 77;
 constexpr int kAcceptLine = 80;
 }  // namespace sites
 
-/// What a thrown exception must hold, field by field.
-struct Thrown {
-    const char* type;
-    const char* file;
-    int line;
-    const char* function;
-    std::string message;
-};
-
-/// Checks every field of `e` and both of its report formats.
-inline void expectContent(const KT::CException& e, const Thrown& expected) {
-    EXPECT_STREQ(e.what(), expected.type);
-    EXPECT_STREQ(e.file(), expected.file);
-    EXPECT_EQ(e.line(), unsigned(expected.line));
-    EXPECT_STREQ(e.function, expected.function);
-    EXPECT_EQ(std::string(e.msg()), expected.message);
-    std::string header = std::string("xception of type '") + expected.type + "' thrown [" +
-                         expected.file + ":" + std::to_string(expected.line) + ", " +
-                         expected.function + "]:";
-    EXPECT_EQ(std::string(e.getString().c_str()), " E" + header + " " + expected.message);
-    ::testing::internal::CaptureStderr();
-    e.print();
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              "e" + header + "\n -> " + expected.message + "\n");
-}
-
-/// Runs `action`, which must throw exactly E holding `expected`.
+/// Runs `action`, which must throw exactly E holding what `site` puts in it
+/// (the reports built from these fields are the exception suite's concern).
 template <class E, class Action>
-void expectThrow(Action&& action, const Thrown& expected) {
+void expectThrow(Action&& action, const ThrowSite& site) {
     try {
         action();
         ADD_FAILURE() << "nothing thrown";
     } catch (const E& e) {
         EXPECT_EQ(typeid(e), typeid(E));
-        expectContent(e, expected);
+        EXPECT_STREQ(e.what(), site.type);
+        EXPECT_STREQ(e.file(), site.file);
+        EXPECT_EQ(e.line(), site.line);
+        EXPECT_STREQ(e.function, site.function);
+        EXPECT_STREQ(e.msg(), site.message);
     }
 }
 
@@ -311,17 +275,10 @@ public:
         address.sin_port = htons(localPort(socket_.get()));
         thread_ = std::thread([this, rcode] { answer(rcode); });
         ::res_init();
-        saved_ = {_res.nscount, _res.nsaddr_list[0], _res.retrans, _res.retry};
-        _res.nscount = 1;
-        _res.nsaddr_list[0] = address;
-        _res.retrans = 1;
-        _res.retry = 1;
+        swapSettings({1, address, 1, 1});
     }
     ~LoopbackResolver() {
-        _res.nscount = saved_.count;
-        _res.nsaddr_list[0] = saved_.server;
-        _res.retrans = saved_.retrans;
-        _res.retry = saved_.retry;
+        swapSettings(saved_);
         stop_ = true;
         thread_.join();
     }
@@ -353,6 +310,13 @@ private:
         int retrans;
         int retry;
     };
+    /// Puts `settings` into this thread's resolver, keeping what was there.
+    void swapSettings(const Settings& settings) {
+        saved_ = {std::exchange(_res.nscount, settings.count),
+                  std::exchange(_res.nsaddr_list[0], settings.server),
+                  std::exchange(_res.retrans, settings.retrans),
+                  std::exchange(_res.retry, settings.retry)};
+    }
     Fd socket_;
     std::thread thread_;
     std::atomic<bool> stop_{false};
@@ -362,16 +326,7 @@ private:
 
 /// True when `program` is an executable file on the PATH.
 inline bool onPath(const std::string& program) {
-    const char* path = std::getenv("PATH");
-    std::string folders = path ? path : "";
-    for (std::size_t start = 0; start <= folders.size();) {
-        std::size_t end = folders.find(':', start);
-        if (end == std::string::npos) end = folders.size();
-        std::string candidate = folders.substr(start, end - start) + "/" + program;
-        if (::access(candidate.c_str(), X_OK) == 0) return true;
-        start = end + 1;
-    }
-    return false;
+    return std::system(("command -v '" + program + "' >/dev/null 2>&1").c_str()) == 0;
 }
 
 /// A child program whose standard output comes back through a pipe. It gets
@@ -392,9 +347,12 @@ public:
         for (const std::string& argument : arguments)
             argv.push_back(const_cast<char*>(argument.c_str()));
         argv.push_back(nullptr);
-        std::vector<std::string> environment = withoutProxies();
         std::vector<char*> envp;
-        for (std::string& entry : environment) envp.push_back(entry.data());
+        for (char** entry = environ; *entry; ++entry) {
+            std::string name(*entry, std::strcspn(*entry, "="));
+            if (name.size() < 6 || ::strcasecmp(name.c_str() + name.size() - 6, "_proxy") != 0)
+                envp.push_back(*entry);
+        }
         envp.push_back(nullptr);
         if (::posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0)
             pid_ = -1;
@@ -439,18 +397,6 @@ public:
     }
 
 private:
-    static std::vector<std::string> withoutProxies() {
-        std::vector<std::string> kept;
-        for (char** entry = environ; *entry; ++entry) {
-            std::string text = *entry;
-            std::string name = text.substr(0, text.find('='));
-            for (char& c : name) c = char(std::tolower(static_cast<unsigned char>(c)));
-            if (name.size() < 6 || name.compare(name.size() - 6, 6, "_proxy") != 0)
-                kept.push_back(text);
-        }
-        return kept;
-    }
-
     pid_t pid_ = -1;
     Fd output_;
     std::string text_;
