@@ -19,7 +19,7 @@ namespace KT {
 ///
 ///     KT::CBuffer buffer;                       // empty: data null, capacity 0
 ///     buffer.append(3, bytes);                  // capacity 512, length 3
-class CBuffer {
+class KT_API CBuffer {
 public:
     /// Allocates `size` bytes rounded up to 512 (none for 0); length 0.
     /// Throws CException "memory allocation error" when malloc fails.
@@ -32,9 +32,6 @@ public:
     CBuffer& operator=(const CBuffer& other);
     /// Swaps storage with the other buffer.
     CBuffer& operator=(CBuffer&& other) noexcept;
-    /// Frees the storage if owned.
-    virtual ~CBuffer();
-
     /// The adjustment that makes a codec skip a terminator: 0 here, -1 for a
     /// CString. Pass it with a source: `target.encodeHex(s, s.correction())`.
     virtual int correction() const;
@@ -59,6 +56,10 @@ public:
     /// group (2: one byte, 1: two bytes, else three) sets its output size.
     virtual void decodeBase64(const CBuffer& source, int adjustment);
 
+    // The destructor's slot lies between the codecs and clear(): executables
+    // built against the original layout call through these exact positions.
+    /// Frees the storage if owned.
+    virtual ~CBuffer();
     /// Sets `length` to 0, keeping storage and contents.
     virtual void clear();
     /// Fills all `capacity` bytes with zeros and sets `length` to 0; does
@@ -117,7 +118,7 @@ protected:
 
 /// A reference-counted CBuffer, to be created with new and shared through
 /// ktbase::ref.
-class RBuffer : public CBuffer, public ktbase::object_refcount {
+class KT_API RBuffer : public CBuffer, public ktbase::object_refcount {
 public:
     /// As CBuffer(SIntLeast32), with no reference taken yet.
     explicit RBuffer(SIntLeast32 size = 0) : CBuffer(size) {}
@@ -136,7 +137,7 @@ public:
 ///
 /// Reads never go beyond the written data: bytes asked for past `length` read
 /// as zeros and the cursor stops at the end.
-class CData : public CBuffer {
+class KT_API CData : public CBuffer {
 public:
     /// An empty stream with room for `size` bytes (rounded up to 512).
     explicit CData(SIntLeast32 size = 0);
@@ -191,14 +192,14 @@ template <>
 void CData::get<int>(int& value);
 
 /// Writes `buffer` to the stream: its length as a 4-byte int, then its bytes.
-CData& operator<<(CData& stream, const CBuffer& buffer);
+KT_API CData& operator<<(CData& stream, const CBuffer& buffer);
 /// Reads a buffer written by operator<<, overwriting `buffer` from its start.
 /// A length prefix that is negative or larger than what the stream still
 /// holds is cut to the bytes that remain.
-CData& operator>>(CData& stream, CBuffer& buffer);
+KT_API CData& operator>>(CData& stream, CBuffer& buffer);
 
 /// A reference-counted CData.
-class RData : public CData, public ktbase::object_refcount {
+class KT_API RData : public CData, public ktbase::object_refcount {
 public:
     /// As CData(SIntLeast32), with no reference taken yet.
     explicit RData(SIntLeast32 size = 0) : CData(size) {}

@@ -1,6 +1,8 @@
 // kt/KTEndian.h - in-place byte-order swapping of integer arrays.
 #pragma once
 
+#include "kt/KTExport.h"
+
 namespace KT {
 
 /// Reverses the byte order of each element of an array, in place, to convert
@@ -10,7 +12,7 @@ namespace KT {
 ///     KT::Endian::swap32(values, 2);   // {0x78563412, 0x01000000}
 ///
 /// A count of 0 touches nothing (the pointer may then be null).
-class Endian {
+class KT_API Endian {
 public:
     /// Exchanges the two bytes of each of `count` 16-bit values.
     static void swap16(short* values, unsigned int count);

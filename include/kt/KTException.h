@@ -17,7 +17,7 @@ namespace KT {
 ///
 ///     try { buffer.resize(n); }
 ///     catch (const KT::CException& e) { e.print(); }
-class CException : public ktbase::e::base {
+class KT_API CException : public ktbase::e::base {
 public:
     /// Builds the exception. `type`, `file` and `function` must be literals
     /// (they are not copied); `message` is deep-copied.
@@ -51,24 +51,30 @@ public:
 };
 
 /// A socket or name-resolution failure.
-class CNetworkException : public CException {
+class KT_API CNetworkException : public CException {
 public:
-    using CException::CException;
+    /// As CException's constructor; compiled into the library, not inline,
+    /// since callers outside it construct these by name.
+    CNetworkException(const char* type, int line, const char* file, const char* function,
+                      const CString& message);
     CNetworkException(const CNetworkException&) = default;
     ~CNetworkException() override;
 };
 
 /// A blocking call interrupted by a signal (the server socket's accept()).
-class CInterruptedException : public CException {
+class KT_API CInterruptedException : public CException {
 public:
-    using CException::CException;
+    /// As CException's constructor; compiled into the library, not inline,
+    /// since callers outside it construct these by name.
+    CInterruptedException(const char* type, int line, const char* file, const char* function,
+                          const CString& message);
     CInterruptedException(const CInterruptedException&) = default;
     ~CInterruptedException() override;
 };
 
 /// An interface for users who route exceptions to a handler of their own.
 /// The library neither implements nor calls it.
-class CExceptionHandlerP {
+class KT_API CExceptionHandlerP {
 public:
     virtual ~CExceptionHandlerP() = 0;
     /// Handles one exception.

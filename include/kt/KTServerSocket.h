@@ -21,7 +21,7 @@ namespace KT {
 /// KT::CNetworkException with the system's message when socket() or bind()
 /// fails; no descriptor is left open then. listen() and accept() are const and
 /// change nothing in the object, so several threads may accept on one server.
-class RServerSocket : public RSocket {
+class KT_API RServerSocket : public RSocket {
 public:
     /// Binds to `*local` (null: the empty record, on which bind fails).
     RServerSocket(sockaddr_in* local, int type, UInt8 flags);

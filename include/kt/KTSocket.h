@@ -28,7 +28,7 @@ namespace KT {
 ///
 /// Not thread-safe as a whole; the const transfer calls only read
 /// `descriptor`, so one thread may read while another writes.
-class RSocket : public ktbase::object_refcount {
+class KT_API RSocket : public ktbase::object_refcount {
 public:
     /// Bit of `flags`: mark every descriptor the object makes (socket(),
     /// reset(), copy, assignment, and again before bind()) close-on-exec.
@@ -125,8 +125,9 @@ public:
     /// when it cannot).
     std::uint32_t getLocalAddressUInt32() const;
     /// True when the descriptor has a peer (getpeername() succeeds); false
-    /// without a system call when there is no descriptor.
-    bool isConnected() const;
+    /// without a system call when there is no descriptor. (Not const: the
+    /// compiled interface has always named the non-const form.)
+    bool isConnected();
 
     /// Returns -1 for any descriptor that fstat() accepts, whatever it is;
     /// for one it rejects, 0. (Only a failed fstat() reaches the socket test,

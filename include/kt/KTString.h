@@ -19,7 +19,7 @@ namespace KT {
 /// Copies are deep. Codecs applied to a string add a terminator to their
 /// output; pass `source.correction()` (-1 for a string) to leave a source
 /// string's terminator out.
-class CString : public CBuffer {
+class KT_API CString : public CBuffer {
 public:
     /// The empty state: no memory.
     CString() = default;
@@ -117,7 +117,7 @@ private:
 };
 
 /// A reference-counted CString.
-class RString : public CString, public ktbase::object_refcount {
+class KT_API RString : public CString, public ktbase::object_refcount {
 public:
     /// The empty state, with no reference taken yet.
     RString() = default;

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "kt/KTExport.h"
+
 namespace KT {
 
 /// Sizes, lengths and capacities of buffers: a plain 32-bit int.
@@ -35,5 +37,5 @@ constexpr ConstructionFlags operator|(ConstructionFlags a, ConstructionFlags b) 
 extern "C" {
 /// Build identification of libkt: a text that begins "lib.kt-0.1: " and goes
 /// on with the release path, revision, build flavour, platform and build time.
-extern const char* __rev__lib_kt__kt__;
+KT_API extern const char* __rev__lib_kt__kt__;
 }

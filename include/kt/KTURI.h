@@ -27,7 +27,7 @@ namespace KT {
 /// There is no code 2: code that switches on them must not assume they are
 /// dense. The port is the URI's own when it names one, else the scheme's
 /// default above, else 0.
-class RURI : public ktbase::object_refcount {
+class KT_API RURI : public ktbase::object_refcount {
 public:
     /// Scheme -1, port 0, every string in the empty state (no memory).
     RURI();

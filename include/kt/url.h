@@ -45,6 +45,8 @@
 #include <map>
 #include <string>
 
+#include "kt/KTExport.h"
+
 namespace ktbase {
 
 // ---------------------------------------------------------------------------
@@ -58,7 +60,7 @@ namespace ktbase {
 ///     url_encode("a b/~//c", false) == "a%20b/%7e/%2fc"
 ///
 /// Throws nothing.
-std::string url_encode(const std::string& text, bool escape_all_slashes);
+KT_API std::string url_encode(const std::string& text, bool escape_all_slashes);
 
 /// Returns `text` with each "%" and two hex digits replaced by the byte they
 /// stand for. Nothing is validated: a byte that is not a hex digit counts as 0
@@ -68,7 +70,7 @@ std::string url_encode(const std::string& text, bool escape_all_slashes);
 ///     url_decode("a%20b+c%41") == "a b+cA"
 ///
 /// Throws nothing.
-std::string url_decode(const std::string& text);
+KT_API std::string url_decode(const std::string& text);
 
 // ---------------------------------------------------------------------------
 // Components (RFC 3986 section 3). Each getter returns the component without
@@ -81,7 +83,7 @@ std::string url_decode(const std::string& text);
 ///     url_scheme("rtsp://cam:554/live", false) == "rtsp"
 ///
 /// Throws nothing.
-std::string url_scheme(const std::string& url, bool decode);
+KT_API std::string url_scheme(const std::string& url, bool decode);
 
 /// Returns the authority: what follows the "//" up to its end (see the top of
 /// this header), userinfo and service included (RFC 3986 section 3.2).
@@ -89,7 +91,7 @@ std::string url_scheme(const std::string& url, bool decode);
 ///     url_authority("http://u:p@h:8080/x?q", false) == "u:p@h:8080"
 ///
 /// Throws nothing.
-std::string url_authority(const std::string& url, bool decode);
+KT_API std::string url_authority(const std::string& url, bool decode);
 
 /// Returns the path: what lies between the authority (or the scheme's ":",
 /// or the start) and the first ";", "?" or "#" after it, with its leading "/"
@@ -98,7 +100,7 @@ std::string url_authority(const std::string& url, bool decode);
 ///     url_path("http://h/a%20b;p?q#f", true) == "/a b"
 ///
 /// Throws nothing.
-std::string url_path(const std::string& url, bool decode);
+KT_API std::string url_path(const std::string& url, bool decode);
 
 /// Returns the params: what follows the ";" that ends the path, up to the
 /// query or the fragment (the path parameters of RFC 3986 section 3.3).
@@ -106,7 +108,7 @@ std::string url_path(const std::string& url, bool decode);
 ///     url_params("ftp://h/file;type=i?x", false) == "type=i"
 ///
 /// Throws nothing.
-std::string url_params(const std::string& url, bool decode);
+KT_API std::string url_params(const std::string& url, bool decode);
 
 /// Returns the query: what follows the "?" after the authority, up to the
 /// "#" or the end (RFC 3986 section 3.4).
@@ -114,7 +116,7 @@ std::string url_params(const std::string& url, bool decode);
 ///     url_query("http://h/p?a=1&b=2#f", false) == "a=1&b=2"
 ///
 /// Throws nothing.
-std::string url_query(const std::string& url, bool decode);
+KT_API std::string url_query(const std::string& url, bool decode);
 
 /// Returns the fragment: everything after the first "#" (RFC 3986
 /// section 3.5).
@@ -122,7 +124,7 @@ std::string url_query(const std::string& url, bool decode);
 ///     url_fragment("http://h/p#x#y", false) == "x#y"
 ///
 /// Throws nothing.
-std::string url_fragment(const std::string& url, bool decode);
+KT_API std::string url_fragment(const std::string& url, bool decode);
 
 /// Returns the domain: the userinfo up to its first ";", or "" when the
 /// userinfo has no ";". (A Windows-network convention in front of the user of
@@ -131,7 +133,7 @@ std::string url_fragment(const std::string& url, bool decode);
 ///     url_domain("smb://WORK;bob:pw@srv/share", false) == "WORK"
 ///
 /// Throws nothing.
-std::string url_domain(const std::string& url, bool decode);
+KT_API std::string url_domain(const std::string& url, bool decode);
 
 /// Returns the user: the userinfo after the domain's ";" (or from its
 /// start) up to the first ":" (RFC 3986 section 3.2.1).
@@ -139,7 +141,7 @@ std::string url_domain(const std::string& url, bool decode);
 ///     url_user("ftp://bob%40home:pw@h/", true) == "bob@home"
 ///
 /// Throws nothing.
-std::string url_user(const std::string& url, bool decode);
+KT_API std::string url_user(const std::string& url, bool decode);
 
 /// Returns the password: the userinfo after the first ":" that follows the
 /// domain (RFC 3986 section 3.2.1, which discourages putting one there).
@@ -147,7 +149,7 @@ std::string url_user(const std::string& url, bool decode);
 ///     url_password("ftp://bob:pw@h/", false) == "pw"
 ///
 /// Throws nothing.
-std::string url_password(const std::string& url, bool decode);
+KT_API std::string url_password(const std::string& url, bool decode);
 
 /// Returns the host: the authority after the userinfo's "@", up to the first
 /// ":" (RFC 3986 section 3.2.2; an IPv6 "[::1]" is cut at its first ":").
@@ -155,7 +157,7 @@ std::string url_password(const std::string& url, bool decode);
 ///     url_host("http://u@example.org:8080/", false) == "example.org"
 ///
 /// Throws nothing.
-std::string url_host(const std::string& url, bool decode);
+KT_API std::string url_host(const std::string& url, bool decode);
 
 /// Returns the service: the port, by number or by name, after the first ":"
 /// of the host-and-port (RFC 3986 section 3.2.3).
@@ -163,7 +165,7 @@ std::string url_host(const std::string& url, bool decode);
 ///     url_service("rtsp://cam:554/live", false) == "554"
 ///
 /// Throws nothing.
-std::string url_service(const std::string& url, bool decode);
+KT_API std::string url_service(const std::string& url, bool decode);
 
 // ---------------------------------------------------------------------------
 // Key/value maps of the query, params or fragment (RFC 3986 section 3.4).
@@ -181,51 +183,51 @@ std::string url_service(const std::string& url, bool decode);
 ///     url_query_kvmap(m, "http://h/?a=1&b=x%20y", true, '&', '=');  // m["b"] == "x y"
 ///
 /// Throws nothing; if std::bad_alloc interrupts it, the pairs added so far stay.
-void url_query_kvmap(std::map<std::string, std::string>& map, const std::string& url,
-                     bool decode, char pair_separator, char key_value_separator);
+KT_API void url_query_kvmap(std::map<std::string, std::string>& map, const std::string& url,
+                            bool decode, char pair_separator, char key_value_separator);
 
 /// Adds the params' pairs to `map`, as url_query_kvmap() does.
 ///
 ///     url_params_kvmap(m, "ftp://h/f;type=i", false, ';', '=');  // m["type"] == "i"
 ///
 /// Throws nothing; if std::bad_alloc interrupts it, the pairs added so far stay.
-void url_params_kvmap(std::map<std::string, std::string>& map, const std::string& url,
-                      bool decode, char pair_separator, char key_value_separator);
+KT_API void url_params_kvmap(std::map<std::string, std::string>& map, const std::string& url,
+                             bool decode, char pair_separator, char key_value_separator);
 
 /// Adds the fragment's pairs to `map`, as url_query_kvmap() does.
 ///
 ///     url_fragment_kvmap(m, "http://h/#t=10&u=2", false, '&', '=');  // m["t"] == "10"
 ///
 /// Throws nothing; if std::bad_alloc interrupts it, the pairs added so far stay.
-void url_fragment_kvmap(std::map<std::string, std::string>& map, const std::string& url,
-                        bool decode, char pair_separator, char key_value_separator);
+KT_API void url_fragment_kvmap(std::map<std::string, std::string>& map, const std::string& url,
+                               bool decode, char pair_separator, char key_value_separator);
 
 /// Returns a new map of the query's pairs.
 ///
 ///     url_query_kvmap("http://h/?a=1&a=2", false, '&', '=') == {{"a", "2"}}
 ///
 /// Throws nothing.
-std::map<std::string, std::string> url_query_kvmap(const std::string& url, bool decode,
-                                                   char pair_separator,
-                                                   char key_value_separator);
+KT_API std::map<std::string, std::string> url_query_kvmap(const std::string& url, bool decode,
+                                                          char pair_separator,
+                                                          char key_value_separator);
 
 /// Returns a new map of the params' pairs.
 ///
 ///     url_params_kvmap("s://h/p;a=1;b", false, ';', '=') == {{"a", "1"}, {"b", ""}}
 ///
 /// Throws nothing.
-std::map<std::string, std::string> url_params_kvmap(const std::string& url, bool decode,
-                                                    char pair_separator,
-                                                    char key_value_separator);
+KT_API std::map<std::string, std::string> url_params_kvmap(const std::string& url, bool decode,
+                                                           char pair_separator,
+                                                           char key_value_separator);
 
 /// Returns a new map of the fragment's pairs.
 ///
 ///     url_fragment_kvmap("s://h/#k:v", false, '&', ':') == {{"k", "v"}}
 ///
 /// Throws nothing.
-std::map<std::string, std::string> url_fragment_kvmap(const std::string& url, bool decode,
-                                                      char pair_separator,
-                                                      char key_value_separator);
+KT_API std::map<std::string, std::string> url_fragment_kvmap(const std::string& url, bool decode,
+                                                             char pair_separator,
+                                                             char key_value_separator);
 
 // ---------------------------------------------------------------------------
 // Replacing a component. Each url_set_X changes `url` in place and returns
@@ -243,9 +245,9 @@ std::map<std::string, std::string> url_fragment_kvmap(const std::string& url, bo
 ///     url_set_scheme(u = "//h/p", "http", false);  // u == "http://h/p"
 ///
 /// Throws nothing.
-std::string& url_set_scheme(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_scheme(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_scheme(). Throws nothing.
-std::string url_new_scheme(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_scheme(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the authority (RFC 3986 section 3.2), adding its "//" when missing
 /// and a "/" in front of text after it that would otherwise join it; ""
@@ -254,9 +256,9 @@ std::string url_new_scheme(const std::string& url, const std::string& value, boo
 ///     url_set_authority(u = "s:path", "host", false);  // u == "s://host/path"
 ///
 /// Throws nothing.
-std::string& url_set_authority(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_authority(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_authority(). Throws nothing.
-std::string url_new_authority(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_authority(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the path (RFC 3986 section 3.3), adding a leading "/" after an
 /// authority when the value has none; "" removes the path alone.
@@ -264,9 +266,9 @@ std::string url_new_authority(const std::string& url, const std::string& value, 
 ///     url_set_path(u = "s://h?q", "a b", true);  // u == "s://h/a%20b?q"
 ///
 /// Throws nothing.
-std::string& url_set_path(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_path(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_path(). Throws nothing.
-std::string url_new_path(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_path(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the params, adding their ";" at the end of the path when
 /// missing; "" removes them with their ";".
@@ -274,9 +276,9 @@ std::string url_new_path(const std::string& url, const std::string& value, bool 
 ///     url_set_params(u = "s://h/x?q", "a=1", false);  // u == "s://h/x;a=1?q"
 ///
 /// Throws nothing.
-std::string& url_set_params(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_params(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_params(). Throws nothing.
-std::string url_new_params(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_params(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the query (RFC 3986 section 3.4), adding its "?" in front of the
 /// fragment or at the end when missing; "" removes it with its "?".
@@ -284,9 +286,9 @@ std::string url_new_params(const std::string& url, const std::string& value, boo
 ///     url_set_query(u = "s://h/p#f", "a=1", false);  // u == "s://h/p?a=1#f"
 ///
 /// Throws nothing.
-std::string& url_set_query(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_query(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_query(). Throws nothing.
-std::string url_new_query(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_query(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the fragment (RFC 3986 section 3.5), adding its "#" at the end
 /// when missing; "" removes it with its "#".
@@ -294,9 +296,9 @@ std::string url_new_query(const std::string& url, const std::string& value, bool
 ///     url_set_fragment(u = "s://h/p", "top", false);  // u == "s://h/p#top"
 ///
 /// Throws nothing.
-std::string& url_set_fragment(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_fragment(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_fragment(). Throws nothing.
-std::string url_new_fragment(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_fragment(const std::string& url, const std::string& value, bool encode);
 
 // The map forms write the map's pairs in ascending key order, joined by the
 // separators: a key with an empty value is written alone ("k"), an empty key
@@ -313,16 +315,17 @@ std::string url_new_fragment(const std::string& url, const std::string& value, b
 ///     url_set_params(u = "s://h/p", {{"a", "1"}}, false, '&', '=');  // u == "s://h/p;a%3d1"
 ///
 /// Throws nothing.
-std::string& url_set_params(std::string& url, const std::map<std::string, std::string>& map,
-                            bool encode, char pair_separator, char key_value_separator);
+KT_API std::string& url_set_params(std::string& url, const std::map<std::string, std::string>& map,
+                                   bool encode, char pair_separator, char key_value_separator);
 /// Returns a copy of `url` whose params are the pairs of `map`, not encoded
 /// again as a whole (unlike url_set_params()).
 ///
 ///     url_new_params("s://h/p", {{"a", "1"}}, false, '&', '=') == "s://h/p;a=1"
 ///
 /// Throws nothing.
-std::string url_new_params(const std::string& url, const std::map<std::string, std::string>& map,
-                           bool encode, char pair_separator, char key_value_separator);
+KT_API std::string url_new_params(const std::string& url,
+                                  const std::map<std::string, std::string>& map, bool encode,
+                                  char pair_separator, char key_value_separator);
 
 /// Replaces the query by the pairs of `map`.
 ///
@@ -330,23 +333,25 @@ std::string url_new_params(const std::string& url, const std::map<std::string, s
 ///     // u == "s://h/p?a=1&b=x%20y"
 ///
 /// Throws nothing.
-std::string& url_set_query(std::string& url, const std::map<std::string, std::string>& map,
-                           bool encode, char pair_separator, char key_value_separator);
+KT_API std::string& url_set_query(std::string& url, const std::map<std::string, std::string>& map,
+                                  bool encode, char pair_separator, char key_value_separator);
 /// Returns a copy of `url` changed by url_set_query() with a map. Throws nothing.
-std::string url_new_query(const std::string& url, const std::map<std::string, std::string>& map,
-                          bool encode, char pair_separator, char key_value_separator);
+KT_API std::string url_new_query(const std::string& url,
+                                 const std::map<std::string, std::string>& map, bool encode,
+                                 char pair_separator, char key_value_separator);
 
 /// Replaces the fragment by the pairs of `map`.
 ///
 ///     url_set_fragment(u = "s://h/p", {{"t", "10"}}, false, '&', '=');  // u == "s://h/p#t=10"
 ///
 /// Throws nothing.
-std::string& url_set_fragment(std::string& url, const std::map<std::string, std::string>& map,
-                              bool encode, char pair_separator, char key_value_separator);
+KT_API std::string& url_set_fragment(std::string& url,
+                                     const std::map<std::string, std::string>& map, bool encode,
+                                     char pair_separator, char key_value_separator);
 /// Returns a copy of `url` changed by url_set_fragment() with a map. Throws nothing.
-std::string url_new_fragment(const std::string& url,
-                             const std::map<std::string, std::string>& map, bool encode,
-                             char pair_separator, char key_value_separator);
+KT_API std::string url_new_fragment(const std::string& url,
+                                    const std::map<std::string, std::string>& map, bool encode,
+                                    char pair_separator, char key_value_separator);
 
 // ---------------------------------------------------------------------------
 // Replacing a part of the authority (RFC 3986 section 3.2). Each adds exactly
@@ -365,9 +370,9 @@ std::string url_new_fragment(const std::string& url,
 ///     url_set_host(u = "s:/p", "h", false);  // u == "s://h/p"
 ///
 /// Throws nothing.
-std::string& url_set_host(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_host(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_host(). Throws nothing.
-std::string url_new_host(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_host(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the service, the port (RFC 3986 section 3.2.3), adding its ":"
 /// when missing; "" removes it with its ":".
@@ -375,9 +380,9 @@ std::string url_new_host(const std::string& url, const std::string& value, bool 
 ///     url_set_service(u = "s://h/p", "80", false);  // u == "s://h:80/p"
 ///
 /// Throws nothing.
-std::string& url_set_service(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_service(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_service(). Throws nothing.
-std::string url_new_service(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_service(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the domain in front of the user, adding its ";" (and an "@"
 /// when there was no userinfo) when missing; "" removes it with its ";".
@@ -385,9 +390,9 @@ std::string url_new_service(const std::string& url, const std::string& value, bo
 ///     url_set_domain(u = "s://u@h/p", "d", false);  // u == "s://d;u@h/p"
 ///
 /// Throws nothing.
-std::string& url_set_domain(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_domain(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_domain(). Throws nothing.
-std::string url_new_domain(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_domain(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the user (RFC 3986 section 3.2.1), adding the userinfo's "@" when
 /// missing; "" removes it, with the "@" when the userinfo held nothing else.
@@ -395,9 +400,9 @@ std::string url_new_domain(const std::string& url, const std::string& value, boo
 ///     url_set_user(u = "s://h/p", "a b@c", true);  // u == "s://a%20b%40c@h/p"
 ///
 /// Throws nothing.
-std::string& url_set_user(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_user(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_user(). Throws nothing.
-std::string url_new_user(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_user(const std::string& url, const std::string& value, bool encode);
 
 /// Replaces the password (RFC 3986 section 3.2.1), adding its ":" and the
 /// userinfo's "@" when missing; "" removes it with its ":" (the "@" stays).
@@ -405,8 +410,8 @@ std::string url_new_user(const std::string& url, const std::string& value, bool 
 ///     url_set_password(u = "s://u@h/p", "sec", false);  // u == "s://u:sec@h/p"
 ///
 /// Throws nothing.
-std::string& url_set_password(std::string& url, const std::string& value, bool encode);
+KT_API std::string& url_set_password(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_password(). Throws nothing.
-std::string url_new_password(const std::string& url, const std::string& value, bool encode);
+KT_API std::string url_new_password(const std::string& url, const std::string& value, bool encode);
 
 }  // namespace ktbase

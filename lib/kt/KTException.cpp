@@ -40,8 +40,16 @@ CString CException::getString() const {
     return CString(report);
 }
 
+CNetworkException::CNetworkException(const char* type, int line, const char* file,
+                                     const char* function, const CString& message)
+    : CException(type, line, file, function, message) {}
 CNetworkException::~CNetworkException() = default;
+
+CInterruptedException::CInterruptedException(const char* type, int line, const char* file,
+                                             const char* function, const CString& message)
+    : CException(type, line, file, function, message) {}
 CInterruptedException::~CInterruptedException() = default;
+
 CExceptionHandlerP::~CExceptionHandlerP() = default;
 
 namespace detail {

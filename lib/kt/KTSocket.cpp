@@ -284,7 +284,7 @@ std::uint32_t RSocket::getLocalAddressUInt32() const {
     return ntohl(localRecord(descriptor).sin_addr.s_addr);
 }
 
-bool RSocket::isConnected() const {
+bool RSocket::isConnected() {
     if (descriptor == -1) return false;
     sockaddr_in peer;
     socklen_t length = kRecordSize;
