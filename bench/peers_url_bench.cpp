@@ -150,10 +150,7 @@ bool consume(const Values&... values) {
     return true;
 }
 
-std::string_view viewOf(const char* first, const char* afterLast) {
-    return first ? std::string_view(first, std::size_t(afterLast - first)) : std::string_view();
-}
-
+#if defined(KT_HAVE_POCO) || defined(KT_HAVE_URIPARSER)
 // The userinfo split at its first ":" into user and password, for the peers
 // that offer only the whole userinfo.
 void consumeUserinfo(std::string_view userinfo) {
@@ -164,6 +161,7 @@ void consumeUserinfo(std::string_view userinfo) {
     benchmark::DoNotOptimize(user);
     benchmark::DoNotOptimize(password);
 }
+#endif
 
 // ------------------------------------------------------------------ libkt
 
@@ -480,6 +478,11 @@ BENCHMARK(BM_UrlAll_Poco);
 // -------------------------------------------------------------- uriparser
 
 #ifdef KT_HAVE_URIPARSER
+
+std::string_view viewOf(const char* first, const char* afterLast) {
+    return first ? std::string_view(first, std::size_t(afterLast - first)) : std::string_view();
+}
+
 // Parses `url` and returns what `read` returns for the result, or false when
 // it does not parse.
 template <class Read>
