@@ -58,11 +58,13 @@ bool holds(const KT::CBuffer* buffer, const char* bytes, int count) {
            std::memcmp(at<UInt8*>(buffer, kData), bytes, count) == 0;
 }
 
-KT::CBuffer source(const char* bytes) {
-    KT::CBuffer buffer(0);
-    buffer.append(int(std::strlen(bytes)), reinterpret_cast<const UInt8*>(bytes));
-    return buffer;
-}
+// A buffer holding `bytes` (the original interface has no copying buffer, so
+// it is built in place).
+struct Source : KT::CBuffer {
+    explicit Source(const char* bytes) : CBuffer(0) {
+        append(int(std::strlen(bytes)), reinterpret_cast<const UInt8*>(bytes));
+    }
+};
 
 // ---------------------------------------------------------------------------
 // The buffer family: every slot of every class, each class made through the
@@ -104,7 +106,7 @@ const Kind kKinds[] = {
 void expectCodec(const Kind& kind, void (KT::CBuffer::*slot)(const KT::CBuffer&, int),
                  const char* input, const char* output) {
     KT::CBuffer* target = opaque(kind.make());
-    (target->*slot)(source(input), 0);
+    (target->*slot)(Source(input), 0);
     int count = int(std::strlen(output));
     require(holds(target, output, count + (kind.correction ? 1 : 0)), "the codec's output");
 }
@@ -197,7 +199,7 @@ const SlotCheck kSlotChecks[] = {
 // The other classes and the free functions.
 
 void checkBufferFunctions() {
-    KT::CBuffer abc = source("abc"), abcd = source("abcd");
+    const Source abc("abc"), abcd("abcd");
     require(!(abc < abcd) && !(abc > abcd) && abc != abcd && !(abc == abcd), "prefix ordering");
     KT::CBuffer borrowed(0);
     borrowed.init(3, reinterpret_cast<UInt8*>(const_cast<char*>("abc")), KT::NoOwnership);
@@ -211,7 +213,7 @@ void checkBufferFunctions() {
 
 void checkStream() {
     KT::CData stream(0);
-    stream << source("xyz");
+    stream << Source("xyz");
     require(at<int>(&stream, kLength) == 7, "a length prefix and three bytes");
     stream.reset();
     KT::CBuffer out(0);
