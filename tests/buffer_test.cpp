@@ -6,6 +6,7 @@
 #include <string>
 #include <tuple>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "test_support.h"
 
@@ -144,9 +145,9 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
             return std::make_tuple(buffer.data, buffer.capacity, buffer.length, buffer.owner);
         };
         const auto before = fields();
-        KT::detail::failAllocation(1);
+        kttest::failAllocation(1);
         EXPECT_THROW(buffer.resize(buffer.capacity + 1), KT::CException);
-        KT::detail::failAllocation(0);
+        kttest::failAllocation(0);
         EXPECT_THROW(buffer.resize(INT_MAX), KT::CException);
         buffer.resize(buffer.capacity);
         buffer.resize(-1);

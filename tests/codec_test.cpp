@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTString.h"
 #include "test_support.h"

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTException.h"
 #include "kt/KTString.h"
@@ -33,7 +34,7 @@ std::unique_ptr<KT::CException> thrownBy(const std::function<void()>& operation)
     try {
         operation();
     } catch (const KT::CException& thrown) {
-        KT::detail::failAllocation(0);
+        kttest::failAllocation(0);
         return std::make_unique<KT::CException>(thrown);
     }
     ADD_FAILURE() << "nothing was thrown";
@@ -84,7 +85,7 @@ TEST(CExceptionTest, EachThrowSiteReportsItsTypeFileLineFunctionAndMessage) {
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.name) + (row.failFirstAllocation ? ", no memory" : ""));
         std::unique_ptr<KT::CException> thrown = thrownBy([&] {
-            if (row.failFirstAllocation) KT::detail::failAllocation(1);
+            if (row.failFirstAllocation) kttest::failAllocation(1);
             row.operation();
         });
         ASSERT_TRUE(thrown);

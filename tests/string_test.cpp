@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "allocation_faults.h"
 #include "kt/KTString.h"
 #include "test_support.h"
 
@@ -60,9 +61,9 @@ TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) 
     EXPECT_THROW(text.set("%ls", L"\u00e9"), KT::CException);
     expectEmptyState(text);
     text = KT::CString("abc");
-    KT::detail::failAllocation(1);
+    kttest::failAllocation(1);
     EXPECT_THROW(text.set("%2000d", 1), KT::CException);
-    KT::detail::failAllocation(0);
+    kttest::failAllocation(0);
     expectEmptyState(text);
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "KTAllocation.h"
 #include "KTCodec.h"
 #include "KTInternal.h"
 

@@ -1,9 +1,6 @@
 #include "kt/KTException.h"
 
 #include <cstdio>
-#include <cstdlib>
-
-#include "KTInternal.h"
 
 namespace KT {
 
@@ -44,34 +41,4 @@ CNetworkException::~CNetworkException() = default;
 CInterruptedException::~CInterruptedException() = default;
 CExceptionHandlerP::~CExceptionHandlerP() = default;
 
-namespace detail {
-
-namespace {
-// Per thread, so that a test arming a fault is not disturbed by other threads.
-// Every allocation touches them: the initial-exec model reaches them at a fixed
-// offset from the thread pointer instead of through a call to the dynamic
-// linker, which costs a short formatted string a few percent.
-[[gnu::tls_model("initial-exec")]] thread_local long allocationsToFailure = 0;
-[[gnu::tls_model("initial-exec")]] thread_local long allocationsCounted = 0;
-
-bool faultArmed() {
-    ++allocationsCounted;
-    return allocationsToFailure > 0 && --allocationsToFailure == 0;
-}
-}  // namespace
-
-void* allocate(std::size_t size) { return faultArmed() ? nullptr : std::malloc(size); }
-
-void* reallocate(void* block, std::size_t size) {
-    return faultArmed() ? nullptr : std::realloc(block, size);
-}
-
-long failAllocation(long n) {
-    allocationsToFailure = n;
-    long counted = allocationsCounted;
-    allocationsCounted = 0;
-    return counted;
-}
-
-}  // namespace detail
 }  // namespace KT

@@ -1,8 +1,6 @@
-// Private helpers shared by the library's sources: the one way every failure
-// is thrown, and the allocation calls (with their fault-injection seam).
+// The one way every failure of the library is thrown. It builds on the
+// public exception and string classes; nothing public includes it.
 #pragma once
-
-#include <cstddef>
 
 #include "kt/KTException.h"
 #include "kt/KTString.h"
@@ -19,16 +17,6 @@ template <class E>
     CString message = CString::createWithFormat("%s", text);
     throw E(type, line, file, function, message);
 }
-
-/// malloc(), unless a test has armed a fault (then null).
-void* allocate(std::size_t size);
-/// realloc(), unless a test has armed a fault (then null, `block` untouched).
-void* reallocate(void* block, std::size_t size);
-
-/// Test seam: makes the `n`-th allocation of this thread from now on fail
-/// (1 = the next one); 0 disarms. Returns how many allocations were counted
-/// since the previous call. The library itself never calls it.
-long failAllocation(long n);
 
 }  // namespace detail
 }  // namespace KT

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "KTAllocation.h"
 #include "KTInternal.h"
 
 namespace KT {
