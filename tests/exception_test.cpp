@@ -106,14 +106,23 @@ TEST(CExceptionTest, PrintWritesTwoLinesToStandardError) {
               "KT::CBuffer::resize(KT::SIntLeast32)]:\n -> memory allocation error.\n");
 }
 
-TEST(CExceptionTest, CopyOwnsItsMessage) {
-    auto original =
-        std::make_unique<KT::CException>("KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()",
-                                         KT::CString::createWithFormat("lost %d bytes", 3));
-    KT::CException copy(*original);
-    EXPECT_NE(copy.message.data, original->message.data);
-    original.reset();
-    expectContent(copy, {"KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", "lost 3 bytes"});
+// The message is always terminated, the NUL counted in its length, also from
+// a case copy (whose length leaves its terminator out); a copy is identical.
+TEST(CExceptionTest, CopyOwnsItsTerminatedMessage) {
+    const KT::CString messages[] = {KT::CString::createWithFormat("lost %d bytes", 3),
+                                    KT::CString("LOST 3 BYTES").getLowerCaseString()};
+    for (const KT::CString& message : messages) {
+        SCOPED_TRACE(message.length);
+        auto original = std::make_unique<KT::CException>("KT::CException", 12,
+                                                          "lib/kt/KTBuffer.cpp", "void g()", message);
+        EXPECT_EQ(kttest::bytesOf(original->message), std::string("lost 3 bytes", 13));
+        KT::CException copy(*original);
+        EXPECT_NE(copy.message.data, original->message.data);
+        EXPECT_EQ(kttest::bytesOf(copy.message), kttest::bytesOf(original->message));
+        original.reset();
+        expectContent(copy,
+                      {"KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", "lost 3 bytes"});
+    }
 }
 
 TEST(CExceptionTest, AllocationFailuresAreThrownAndLeakNothing) {

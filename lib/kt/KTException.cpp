@@ -4,17 +4,26 @@
 
 namespace KT {
 
+namespace {
+// The exception's own copy of a message, terminated whatever the source's
+// length counted (a case copy leaves its terminator out), the NUL counted.
+void copyMessage(CString& copy, const CString& message) {
+    copy.init(message.length, message.data, CopyData);
+    copy.addTerminator();
+}
+}  // namespace
+
 CException::CException(const char* type, int line, const char* file, const char* function,
                        const CString& message)
     : ktbase::e::base(file, static_cast<unsigned>(line), nullptr),
       type(type),
       function(function) {
-    this->message.init(message.length, message.data, CopyData);
+    copyMessage(this->message, message);
 }
 
 CException::CException(const CException& other)
     : ktbase::e::base(other), type(other.type), function(other.function) {
-    message.init(other.message.length, other.message.data, CopyData);
+    copyMessage(message, other.message);
 }
 
 CException::~CException() = default;

@@ -1,12 +1,19 @@
-// The one way every failure of the library is thrown. It builds on the
-// public exception and string classes; nothing public includes it.
+// Private helpers shared by the library's sources: the one way every failure
+// is thrown, and the one empty text that substrings borrow. They build on the
+// public exception and string classes; nothing public includes this header.
 #pragma once
 
 #include "kt/KTException.h"
 #include "kt/KTString.h"
+#include "kt/KTTypes.h"
 
 namespace KT {
 namespace detail {
+
+/// One NUL byte, read-only, that a substring past the end borrows instead of
+/// allocating. Buffer operations that write give a buffer on it a block of
+/// its own first.
+extern const UInt8 sharedEmptyText[1];
 
 /// Throws E built from the thrower's type text, line, file literal and
 /// function signature, with `text` as its message.

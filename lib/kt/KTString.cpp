@@ -1,5 +1,7 @@
 #include "kt/KTString.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,24 +21,26 @@ constexpr int kAllocationLine = 43;
 constexpr int kFormatLine = 47;
 constexpr int kScratchSize = 1024;
 
-// What a substring past the end borrows: one NUL byte, never released.
-char emptyText[1] = "";
-
-// Releases a va_list copy on every way out of the formatter.
-struct ArgumentsCopy {
-    explicit ArgumentsCopy(va_list arguments) { va_copy(list, arguments); }
-    ~ArgumentsCopy() { va_end(list); }
+// A variable argument list, ended on every way out of the function that
+// started it (with va_start) or copied it (the constructor).
+struct ArgumentList {
+    ArgumentList() = default;
+    explicit ArgumentList(va_list arguments) { va_copy(list, arguments); }
+    ArgumentList(const ArgumentList&) = delete;
+    ArgumentList& operator=(const ArgumentList&) = delete;
+    ~ArgumentList() { va_end(list); }
     va_list list;
 };
 
-// The text at `start`: the bytes in use from there up to the first NUL among
-// them, as a C string reads, but never past `length` (bytes stored without a
-// terminator, or a case copy whose terminator lies just after them).
+// The text at `start`, as a C string reads it: up to the first NUL of the
+// storage, whatever the length counts (a case copy's terminator lies just
+// after it, a cleared string keeps its text), but never past the storage.
 std::string_view textAt(const CString& string, int start) {
-    if (!string.data || start < 0 || string.length <= start) return {};
-    std::string_view rest(reinterpret_cast<const char*>(string.data) + start,
-                          size_t(string.length - start));
-    return rest.substr(0, rest.find('\0'));
+    if (!string.data || start < 0 || string.capacity <= start) return {};
+    const char* text = reinterpret_cast<const char*>(string.data) + start;
+    const void* end = std::memchr(text, 0, size_t(string.capacity - start));
+    return {text, end ? size_t(static_cast<const char*>(end) - text)
+                      : size_t(string.capacity - start)};
 }
 
 // Index of the first `needle` in the text at `start`, or -1.
@@ -49,7 +53,9 @@ int findText(const CString& string, std::string_view needle, int start) {
 }  // namespace
 
 CString::CString(const char* text) {
-    CBuffer::set(SIntLeast32(std::strlen(text) + 1),
+    // A text too long to count in SIntLeast32 is asked for at the largest
+    // count, which no buffer can hold: the copy fails as out of memory.
+    CBuffer::set(SIntLeast32(std::min(std::strlen(text) + 1, std::size_t(INT_MAX))),
                  reinterpret_cast<UInt8*>(const_cast<char*>(text)), CopyData);
     addTerminator();
 }
@@ -81,7 +87,7 @@ int CString::correction() const { return -1; }
 void CString::init(const char* format, va_list arguments) {
     // The second pass needs the arguments again, and a va_list can be walked
     // only once.
-    ArgumentsCopy again(arguments);
+    ArgumentList again(arguments);
     char scratch[kScratchSize];
     int written = std::vsnprintf(scratch, sizeof scratch, format, arguments);
     if (written < 0)
@@ -107,34 +113,19 @@ void CString::init(const char* format, va_list arguments) {
 
 CString CString::createWithFormat(const char* format, ...) {
     CString result;
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        result.init(format, arguments);
-    } catch (...) {
-        va_end(arguments);
-        throw;
-    }
-    va_end(arguments);
+    ArgumentList arguments;
+    va_start(arguments.list, format);
+    result.init(format, arguments.list);
     return result;
 }
 
 void CString::set(const char* format, ...) {
-    // Formatting into a new string first lets the arguments refer to this
-    // string's own text.
-    CString formatted;
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        formatted.init(format, arguments);
-    } catch (...) {
-        va_end(arguments);
-        CBuffer::free();
-        CBuffer::init(0, nullptr, ConstructionFlags(0));
-        throw;
-    }
-    va_end(arguments);
-    *this = std::move(formatted);
+    // The old text lives on until the new one is made, since the arguments
+    // may refer to it; a failure leaves this string in the empty state.
+    const CString old(std::move(*this));
+    ArgumentList arguments;
+    va_start(arguments.list, format);
+    init(format, arguments.list);
 }
 
 void CString::addTerminator() {
@@ -202,7 +193,7 @@ int CString::reverseFind(const CString&, int) const { return -1; }
 CString CString::getSubString(int start, int count) const {
     CString result;
     if (start < 0 || count < 0 || length <= start) {
-        result.CBuffer::init(1, reinterpret_cast<UInt8*>(emptyText), NoOwnership);
+        result.CBuffer::init(1, const_cast<UInt8*>(detail::sharedEmptyText), NoOwnership);
         return result;
     }
     bool toEnd = count == 0 || std::int64_t(start) + count >= length;
@@ -245,15 +236,9 @@ CString CString::getUpperCaseString() const { return getCaseString(true); }
 
 RString RString::createWithFormat(const char* format, ...) {
     RString result;
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        result.init(format, arguments);
-    } catch (...) {
-        va_end(arguments);
-        throw;
-    }
-    va_end(arguments);
+    ArgumentList arguments;
+    va_start(arguments.list, format);
+    result.init(format, arguments.list);
     return result;
 }
 
