@@ -166,9 +166,9 @@ TEST(CodecTest, AdjustmentCountsWithinTheSourcesStorage) {
         int adjustment;
         std::string hex, base64;
     };
-    const Row rows[] = {{0, "616263", "YWJj"},       {-1, "6162", "YWI="},
-                        {-3, "", ""},                {-100, "", ""},
-                        {2, "6162636465", "YWJjZGU="}, {5, "6162636465", "YWJjZGU="}};
+    const Row rows[] = {
+        {0, "616263", "YWJj"}, {-1, "6162", "YWI="},          {-3, "", ""},
+        {-100, "", ""},        {2, "6162636465", "YWJjZGU="}, {5, "6162636465", "YWJjZGU="}};
     std::vector<KT::UInt8> storage{'a', 'b', 'c', 'd', 'e'};
     KT::CBuffer source;
     source.set(int(storage.size()), storage.data(), KT::NoOwnership);

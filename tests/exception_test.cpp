@@ -113,8 +113,8 @@ TEST(CExceptionTest, CopyOwnsItsTerminatedMessage) {
                                     KT::CString("LOST 3 BYTES").getLowerCaseString()};
     for (const KT::CString& message : messages) {
         SCOPED_TRACE(message.length);
-        auto original = std::make_unique<KT::CException>("KT::CException", 12,
-                                                          "lib/kt/KTBuffer.cpp", "void g()", message);
+        auto original = std::make_unique<KT::CException>(
+            "KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", message);
         EXPECT_EQ(kttest::bytesOf(original->message), std::string("lost 3 bytes", 13));
         KT::CException copy(*original);
         EXPECT_NE(copy.message.data, original->message.data);

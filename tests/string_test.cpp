@@ -63,6 +63,25 @@ TEST(CStringTest, ConstructionAndFormatCountTheTerminator) {
     EXPECT_EQ(bytesOf(KT::CString::createWithFormat("%d-%s-%c", 42, "x", 'z')), withNul("42-x-z"));
 }
 
+// The conversions formatted without vsnprintf() (%s, %d, %%) and those left
+// to it, alone and mixed, give the bytes that snprintf() gives.
+TEST(CStringTest, FormatsAsSnprintfDoes) {
+    auto both = [](const char* format, auto... arguments) {
+        char expected[64];
+        int n = std::snprintf(expected, sizeof expected, format, arguments...);
+        return std::make_pair(bytesOf(KT::CString::createWithFormat(format, arguments...)),
+                              withNul(std::string(expected, size_t(n))));
+    };
+    const std::pair<std::string, std::string> rows[] = {
+        both("%s:%d %s", "localhost", 8080, "connection refused"),
+        both("%d|%d|%d|%d", INT_MIN, INT_MAX, 0, -7),
+        both("100%% %s%s", "", "x"),
+        both("%5d|%-3s|%x|%ld", 42, "a", 255, 5L),
+        both("%s %c", "mixed", 'c'),
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.first, row.second);
+}
+
 TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) {
     KT::CString text = KT::CString::createWithFormat("%3000d", 1);
     text.set("%s/%d", "a", 1);
@@ -264,10 +283,12 @@ TEST(CStringTest, WritesIntoASubstringPastTheEndCopyItFirst) {
     const auto* x = reinterpret_cast<const KT::UInt8*>("X");
     const Row rows[] = {
         {"append", [&](KT::CString& s) { s.append(1, x); }, std::string("\0X", 2)},
-        {"append after clear", [&](KT::CString& s) {
+        {"append after clear",
+         [&](KT::CString& s) {
              s.clear();
              s.append(1, x);
-         }, "X"},
+         },
+         "X"},
         {"odd hex digit", [](KT::CString& s) { s.decodeHex(KT::CString("4"), -1); },
          withNul("\xFF")},
         {"zero", [](KT::CString& s) { s.zero(); }, ""},

@@ -49,7 +49,8 @@ bool pointsInto(const UInt8* p, const UInt8* block, SIntLeast32 size) {
 // within the source's storage so that no adjustment can read outside it.
 SIntLeast32 codecCount(const CBuffer& source, int adjustment) {
     std::int64_t n = std::int64_t(source.length) + adjustment;
-    return SIntLeast32(std::clamp<std::int64_t>(n, 0, source.data ? std::max(source.capacity, 0) : 0));
+    return SIntLeast32(
+        std::clamp<std::int64_t>(n, 0, source.data ? std::max(source.capacity, 0) : 0));
 }
 
 }  // namespace

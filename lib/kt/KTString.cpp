@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -32,6 +33,51 @@ struct ArgumentList {
     va_list list;
 };
 
+[[noreturn]] void throwFormatFailure(int line, const char* message) {
+    detail::raise<CException>("KT::CException", line, kFile, kInitSignature, message);
+}
+
+// Formats the conversions that the library's own messages and most callers
+// use (%s of a text, %d and %%) into the `room` bytes at `out`, as
+// vsnprintf() would but without its set-up, which costs more than the
+// formatting of a short message. Returns the count of characters written
+// before the NUL, or -1 for any other conversion, a null text or a result
+// that does not fit: vsnprintf() then formats it all.
+int formatCommon(char* out, std::size_t room, const char* format, va_list arguments) {
+    std::size_t used = 0;
+    auto put = [&](const char* text, std::size_t size) {
+        if (size >= room - used) return false;  // the NUL needs a byte too
+        std::memcpy(out + used, text, size);
+        used += size;
+        return true;
+    };
+    for (const char* at = format;;) {
+        const char* percent = std::strchr(at, '%');
+        if (!put(at, percent ? std::size_t(percent - at) : std::strlen(at))) return -1;
+        if (!percent) break;
+        at = percent + 2;
+        if (percent[1] == '%') {
+            if (!put("%", 1)) return -1;
+        } else if (percent[1] == 's') {
+            const char* text = va_arg(arguments, const char*);
+            if (!text || !put(text, std::strlen(text))) return -1;
+        } else if (percent[1] == 'd') {
+            int value = va_arg(arguments, int);
+            unsigned magnitude = value < 0 ? 0u - unsigned(value) : unsigned(value);
+            char digits[16];
+            char* first = std::end(digits);
+            do *--first = char('0' + magnitude % 10);
+            while ((magnitude /= 10) != 0);
+            if (value < 0) *--first = '-';
+            if (!put(first, std::size_t(std::end(digits) - first))) return -1;
+        } else {
+            return -1;
+        }
+    }
+    out[used] = '\0';
+    return int(used);
+}
+
 // The text at `start`, as a C string reads it: up to the first NUL of the
 // storage, whatever the length counts (a case copy's terminator lies just
 // after it, a cleared string keeps its text), but never past the storage.
@@ -39,8 +85,8 @@ std::string_view textAt(const CString& string, int start) {
     if (!string.data || start < 0 || string.capacity <= start) return {};
     const char* text = reinterpret_cast<const char*>(string.data) + start;
     const void* end = std::memchr(text, 0, size_t(string.capacity - start));
-    return {text, end ? size_t(static_cast<const char*>(end) - text)
-                      : size_t(string.capacity - start)};
+    return {text,
+            end ? size_t(static_cast<const char*>(end) - text) : size_t(string.capacity - start)};
 }
 
 // Index of the first `needle` in the text at `start`, or -1.
@@ -85,27 +131,22 @@ CString::~CString() = default;
 int CString::correction() const { return -1; }
 
 void CString::init(const char* format, va_list arguments) {
-    // The second pass needs the arguments again, and a va_list can be walked
-    // only once.
-    ArgumentList again(arguments);
+    // Each pass walks a copy: a va_list can be walked only once.
     char scratch[kScratchSize];
-    int written = std::vsnprintf(scratch, sizeof scratch, format, arguments);
+    int written = formatCommon(scratch, sizeof scratch, format, ArgumentList(arguments).list);
     if (written < 0)
-        detail::raise<CException>("KT::CException", kFormatLine, kFile, kInitSignature,
-                                  "system library call failed");
+        written = std::vsnprintf(scratch, sizeof scratch, format, ArgumentList(arguments).list);
+    if (written < 0) throwFormatFailure(kFormatLine, "system library call failed");
     std::int64_t size = std::int64_t(written) + 1;
     if (size <= kScratchSize) {
         CBuffer::init(SIntLeast32(size), reinterpret_cast<UInt8*>(scratch), CopyData);
         return;
     }
     char* block = size <= INT32_MAX ? static_cast<char*>(detail::allocate(size_t(size))) : nullptr;
-    if (!block)
-        detail::raise<CException>("KT::CException", kAllocationLine, kFile, kInitSignature,
-                                  "memory allocation error");
-    if (std::vsnprintf(block, size_t(size), format, again.list) < 1) {
+    if (!block) throwFormatFailure(kAllocationLine, "memory allocation error");
+    if (std::vsnprintf(block, size_t(size), format, ArgumentList(arguments).list) < 1) {
         std::free(block);
-        detail::raise<CException>("KT::CException", kFormatLine, kFile, kInitSignature,
-                                  "system library call failed");
+        throwFormatFailure(kFormatLine, "system library call failed");
     }
     // The block has exactly the size needed; the string adopts it as it is.
     CBuffer::init(SIntLeast32(size), reinterpret_cast<UInt8*>(block), ConstructionFlags(0));
