@@ -6,6 +6,7 @@
 #include <string>
 #include <tuple>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "test_support.h"
 
@@ -93,21 +94,33 @@ TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
     }
 }
 
+// Bytes of the buffer's own block stay valid through set(): borrowed or
+// adopted from inside the block it releases, they are copied; a block given
+// back whole is kept.
 TEST(CBufferTest, SetMayTakeItsOwnBytes) {
-    KT::CBuffer copied = bufferOf("abcdef");
-    copied.set(3, copied.data + 2, KT::CopyData);
-    EXPECT_EQ(bytesOf(copied), "cde");
-
-    KT::CBuffer copiedAndFreed = bufferOf("abcdef");
-    copiedAndFreed.set(4, copiedAndFreed.data, KT::CopyData | KT::FreeSource);
-    EXPECT_EQ(bytesOf(copiedAndFreed), "abcd");
-
-    KT::CBuffer adopted = bufferOf("abcdef");
-    KT::UInt8* block = adopted.data;
-    adopted.set(2, block, KT::ConstructionFlags(0));
-    EXPECT_EQ(adopted.data, block);
-    EXPECT_EQ(adopted.capacity, 2);
-    EXPECT_EQ(bytesOf(adopted), "ab");
+    struct Row {
+        int size, offset, flags;
+        std::string bytes;
+        int capacity;
+    };
+    const Row rows[] = {
+        {3, 2, KT::CopyData, "cde", 512},
+        {4, 0, KT::CopyData | KT::FreeSource, "abcd", 512},
+        {6, 0, KT::NoOwnership, "abcdef", 512},
+        {2, 1, KT::NoOwnership, "bc", 512},
+        {2, 1, 0, "bc", 512},
+        {2, 0, 0, "ab", 2},  // the block adopted again, as it is
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::to_string(row.flags) + " " + row.bytes);
+        KT::CBuffer buffer = bufferOf("abcdef");
+        KT::UInt8* block = buffer.data;
+        buffer.set(row.size, block + row.offset, KT::ConstructionFlags(row.flags));
+        EXPECT_EQ(bytesOf(buffer), row.bytes);
+        EXPECT_EQ(buffer.capacity, row.capacity);
+        EXPECT_EQ(buffer.owner, 1);
+        EXPECT_EQ(buffer.data == block, row.capacity == 2);
+    }
 }
 
 // Whatever the state resize() starts from, a resize that cannot be had leaves
@@ -144,9 +157,9 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
             return std::make_tuple(buffer.data, buffer.capacity, buffer.length, buffer.owner);
         };
         const auto before = fields();
-        KT::detail::failAllocation(1);
+        kttest::failAllocation(1);
         EXPECT_THROW(buffer.resize(buffer.capacity + 1), KT::CException);
-        KT::detail::failAllocation(0);
+        kttest::failAllocation(0);
         EXPECT_THROW(buffer.resize(INT_MAX), KT::CException);
         buffer.resize(buffer.capacity);
         buffer.resize(-1);

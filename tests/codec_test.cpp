@@ -5,7 +5,9 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTString.h"
 #include "test_support.h"
@@ -95,6 +97,9 @@ TEST(CodecTest, OddHexDigitPairsWithTheByteAfterTheCountedText) {
     KT::CBuffer decoded = coded(kDecodeHex, bufferOf("4142"), -1);
     EXPECT_EQ(decoded.length, 1);
     EXPECT_EQ(kttest::memoryOf(decoded, 2), "AB");
+    KT::CBuffer shortened = bufferOf("4145");
+    shortened.length = 3;
+    EXPECT_EQ(kttest::memoryOf(coded(kDecodeHex, shortened), 2), "AE");
 
     // A string's terminator follows its text: not a digit, so the byte is 255.
     KT::CString text("414");
@@ -153,20 +158,25 @@ TEST(CodecTest, BufferCodesItself) {
     EXPECT_EQ(bytesOf(text), std::string("Man", 4));
 }
 
-TEST(CodecTest, AdjustmentIsKeptWithinTheSource) {
+// The count is the length plus the adjustment, kept within the source's
+// storage: here "abc" in use of the five bytes "abcde", and nothing beyond
+// them (the sanitizer build catches any access past the storage).
+TEST(CodecTest, AdjustmentCountsWithinTheSourcesStorage) {
     struct Row {
         int adjustment;
         std::string hex, base64;
     };
-    const Row rows[] = {{0, "616263", "YWJj"},
-                        {-1, "6162", "YWI="},
-                        {-3, "", ""},
-                        {-100, "", ""},
-                        {5, "616263", "YWJj"}};
+    const Row rows[] = {
+        {0, "616263", "YWJj"}, {-1, "6162", "YWI="},          {-3, "", ""},
+        {-100, "", ""},        {2, "6162636465", "YWJjZGU="}, {5, "6162636465", "YWJjZGU="}};
+    std::vector<KT::UInt8> storage{'a', 'b', 'c', 'd', 'e'};
+    KT::CBuffer source;
+    source.set(int(storage.size()), storage.data(), KT::NoOwnership);
+    source.length = 3;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.adjustment);
-        EXPECT_EQ(bytesOf(coded(kEncodeHex, bufferOf("abc"), row.adjustment)), row.hex);
-        EXPECT_EQ(bytesOf(coded(kEncodeBase64, bufferOf("abc"), row.adjustment)), row.base64);
+        EXPECT_EQ(bytesOf(coded(kEncodeHex, source, row.adjustment)), row.hex);
+        EXPECT_EQ(bytesOf(coded(kEncodeBase64, source, row.adjustment)), row.base64);
     }
 }
 

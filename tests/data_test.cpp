@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTString.h"
 #include "test_support.h"

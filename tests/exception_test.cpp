@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "allocation_faults.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTException.h"
 #include "kt/KTString.h"
@@ -33,7 +34,7 @@ std::unique_ptr<KT::CException> thrownBy(const std::function<void()>& operation)
     try {
         operation();
     } catch (const KT::CException& thrown) {
-        KT::detail::failAllocation(0);
+        kttest::failAllocation(0);
         return std::make_unique<KT::CException>(thrown);
     }
     ADD_FAILURE() << "nothing was thrown";
@@ -84,7 +85,7 @@ TEST(CExceptionTest, EachThrowSiteReportsItsTypeFileLineFunctionAndMessage) {
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.name) + (row.failFirstAllocation ? ", no memory" : ""));
         std::unique_ptr<KT::CException> thrown = thrownBy([&] {
-            if (row.failFirstAllocation) KT::detail::failAllocation(1);
+            if (row.failFirstAllocation) kttest::failAllocation(1);
             row.operation();
         });
         ASSERT_TRUE(thrown);
@@ -105,14 +106,23 @@ TEST(CExceptionTest, PrintWritesTwoLinesToStandardError) {
               "KT::CBuffer::resize(KT::SIntLeast32)]:\n -> memory allocation error.\n");
 }
 
-TEST(CExceptionTest, CopyOwnsItsMessage) {
-    auto original =
-        std::make_unique<KT::CException>("KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()",
-                                         KT::CString::createWithFormat("lost %d bytes", 3));
-    KT::CException copy(*original);
-    EXPECT_NE(copy.message.data, original->message.data);
-    original.reset();
-    expectContent(copy, {"KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", "lost 3 bytes"});
+// The message is always terminated, the NUL counted in its length, also from
+// a case copy (whose length leaves its terminator out); a copy is identical.
+TEST(CExceptionTest, CopyOwnsItsTerminatedMessage) {
+    const KT::CString messages[] = {KT::CString::createWithFormat("lost %d bytes", 3),
+                                    KT::CString("LOST 3 BYTES").getLowerCaseString()};
+    for (const KT::CString& message : messages) {
+        SCOPED_TRACE(message.length);
+        auto original = std::make_unique<KT::CException>(
+            "KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", message);
+        EXPECT_EQ(kttest::bytesOf(original->message), std::string("lost 3 bytes", 13));
+        KT::CException copy(*original);
+        EXPECT_NE(copy.message.data, original->message.data);
+        EXPECT_EQ(kttest::bytesOf(copy.message), kttest::bytesOf(original->message));
+        original.reset();
+        expectContent(copy,
+                      {"KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", "lost 3 bytes"});
+    }
 }
 
 TEST(CExceptionTest, AllocationFailuresAreThrownAndLeakNothing) {

@@ -16,6 +16,7 @@
 #include <tuple>
 #include <vector>
 
+#include "allocation_faults.h"
 #include "kt/KTException.h"
 #include "net_test_support.h"
 #include "test_support.h"

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
+#include "allocation_faults.h"
 #include "kt/KTString.h"
 #include "test_support.h"
 
@@ -16,6 +21,14 @@ using kttest::bytesOf;
 KT::CString stringOf(const std::string& bytes) { return kttest::bufferOf<KT::CString>(bytes); }
 
 std::string withNul(const std::string& text) { return text + '\0'; }
+
+// A string on `storage`, borrowed whole, with `length` bytes in use (-1: all).
+KT::CString borrowing(std::vector<KT::UInt8>& storage, int length) {
+    KT::CString text;
+    text.set(int(storage.size()), storage.data(), KT::NoOwnership);
+    if (length >= 0) text.length = length;
+    return text;
+}
 
 void expectEmptyState(const KT::CString& text) {
     EXPECT_EQ(text.data, nullptr);
@@ -50,6 +63,25 @@ TEST(CStringTest, ConstructionAndFormatCountTheTerminator) {
     EXPECT_EQ(bytesOf(KT::CString::createWithFormat("%d-%s-%c", 42, "x", 'z')), withNul("42-x-z"));
 }
 
+// The conversions formatted without vsnprintf() (%s, %d, %%) and those left
+// to it, alone and mixed, give the bytes that snprintf() gives.
+TEST(CStringTest, FormatsAsSnprintfDoes) {
+    auto both = [](const char* format, auto... arguments) {
+        char expected[64];
+        int n = std::snprintf(expected, sizeof expected, format, arguments...);
+        return std::make_pair(bytesOf(KT::CString::createWithFormat(format, arguments...)),
+                              withNul(std::string(expected, size_t(n))));
+    };
+    const std::pair<std::string, std::string> rows[] = {
+        both("%s:%d %s", "localhost", 8080, "connection refused"),
+        both("%d|%d|%d|%d", INT_MIN, INT_MAX, 0, -7),
+        both("100%% %s%s", "", "x"),
+        both("%5d|%-3s|%x|%ld", 42, "a", 255, 5L),
+        both("%s %c", "mixed", 'c'),
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.first, row.second);
+}
+
 TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) {
     KT::CString text = KT::CString::createWithFormat("%3000d", 1);
     text.set("%s/%d", "a", 1);
@@ -60,17 +92,20 @@ TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) 
     EXPECT_THROW(text.set("%ls", L"\u00e9"), KT::CException);
     expectEmptyState(text);
     text = KT::CString("abc");
-    KT::detail::failAllocation(1);
+    kttest::failAllocation(1);
     EXPECT_THROW(text.set("%2000d", 1), KT::CException);
-    KT::detail::failAllocation(0);
+    kttest::failAllocation(0);
     expectEmptyState(text);
 }
 
-TEST(CStringTest, ComparesWithTextUpToItsFirstNulOrItsLength) {
+// Compared as strcmp() reads the storage, up to its first NUL, or to its end
+// where it holds none (as though one stood there), whatever the length.
+TEST(CStringTest, ComparesWithTheStoredText) {
     struct Row {
-        std::string bytes;  // stored as given; none: the empty state
+        std::string stored;  // the whole storage; none: the empty state
         const char* other;
         bool equal;
+        int length = -1;  // -1: all of the storage
     };
     const Row rows[] = {
         {withNul("abc"), "abc", true},
@@ -83,10 +118,13 @@ TEST(CStringTest, ComparesWithTextUpToItsFirstNulOrItsLength) {
         {std::string("ab\0cd", 6), "ab", true},
         {"xyz", "xyz", true},
         {"xyz", "xy", false},
+        {"xyz", "xyz", true, 2},
+        {withNul("abcd"), "abcd", true, 0},  // cleared
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.bytes + " vs " + row.other);
-        KT::CString text = stringOf(row.bytes);
+        SCOPED_TRACE(row.stored + " vs " + row.other);
+        std::vector<KT::UInt8> storage(row.stored.begin(), row.stored.end());
+        KT::CString text = borrowing(storage, row.length);
         EXPECT_EQ(text == row.other, row.equal);
         EXPECT_EQ(text != row.other, !row.equal);
     }
@@ -164,11 +202,13 @@ TEST(CStringTest, FindsCharactersForwardsAndBackwards) {
     EXPECT_EQ(text.reverseFind(KT::CString("a"), -1), -1);
 }
 
+// Searched as strstr() reads the storage, as the comparison above does.
 TEST(CStringTest, FindsTextForwardsInEveryForm) {
     struct Row {
-        std::string bytes;  // stored as given
+        std::string stored;  // the whole storage
         const char* text;
         int start, found;
+        int length = -1;  // -1: all of the storage
     };
     const Row rows[] = {
         {withNul("abc"), "bc", 0, 1},
@@ -180,16 +220,18 @@ TEST(CStringTest, FindsTextForwardsInEveryForm) {
         {withNul("abc"), "a", 1, -1},
         {withNul("abcabc"), "bc", 2, 4},
         {std::string("ab\0cd", 6), "cd", 0, -1},
-        // Without a terminator in use the search stops at the length.
         {"xyz", "z", 0, 2},
         {"xyz", "yz!", 0, -1},
+        {withNul("abc1"), "c1", 0, 2, 3},  // a case copy of a case copy
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.text) + " in " + row.bytes);
-        KT::CString text = stringOf(row.bytes);
+        SCOPED_TRACE(std::string(row.text) + " in " + row.stored);
+        std::vector<KT::UInt8> storage(row.stored.begin(), row.stored.end());
+        std::vector<KT::UInt8> needle(row.text, row.text + std::strlen(row.text));
+        KT::CString text = borrowing(storage, row.length);
         EXPECT_EQ(text.find(row.text, row.start), row.found);
         EXPECT_EQ(text.find(KT::CString(row.text), row.start), row.found);
-        EXPECT_EQ(text.find(stringOf(row.text), row.start), row.found);
+        EXPECT_EQ(text.find(borrowing(needle, -1), row.start), row.found);
     }
 }
 
@@ -228,6 +270,63 @@ TEST(CStringTest, SubstringsCountTheirTerminator) {
         EXPECT_EQ(sub.capacity, row.capacity);
         EXPECT_EQ(sub.owner, row.capacity == 1 ? 0 : 1);
     }
+}
+
+// A substring past the end borrows one "" that every such substring shares:
+// writing into it copies it first, so that the next one still reads "".
+TEST(CStringTest, WritesIntoASubstringPastTheEndCopyItFirst) {
+    struct Row {
+        const char* name;
+        std::function<void(KT::CString&)> write;
+        std::string bytes;
+    };
+    const auto* x = reinterpret_cast<const KT::UInt8*>("X");
+    const Row rows[] = {
+        {"append", [&](KT::CString& s) { s.append(1, x); }, std::string("\0X", 2)},
+        {"append after clear",
+         [&](KT::CString& s) {
+             s.clear();
+             s.append(1, x);
+         },
+         "X"},
+        {"odd hex digit", [](KT::CString& s) { s.decodeHex(KT::CString("4"), -1); },
+         withNul("\xFF")},
+        {"zero", [](KT::CString& s) { s.zero(); }, ""},
+    };
+    const KT::CString source("abc");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        KT::CString written = source.getSubString(4, 0);
+        row.write(written);
+        EXPECT_EQ(bytesOf(written), row.bytes);
+        KT::CString next = source.getSubString(4, 0);
+        EXPECT_EQ(bytesOf(next), withNul(""));
+    }
+}
+
+// A text whose length with its terminator does not fit in SIntLeast32 cannot
+// be held: it is an allocation failure, not an empty string. Its 2^31 - 1
+// characters are one 64 KiB file mapped over and over, so the test costs
+// address space rather than memory.
+TEST(CStringTest, TextTooLongToCountIsAnAllocationFailure) {
+    const size_t chunk = size_t(64) << 10, size = size_t(1) << 31;
+    std::string pages(2 * chunk, 'q');
+    pages.back() = '\0';
+    const int file = memfd_create("text", 0);
+    ASSERT_GE(file, 0);
+    ASSERT_EQ(write(file, pages.data(), pages.size()), ssize_t(pages.size()));
+    void* area = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(area, MAP_FAILED);
+    auto* text = static_cast<char*>(area);
+    for (size_t at = 0; at < size; at += chunk) {
+        const off_t offset = at + chunk < size ? 0 : off_t(chunk);  // the last ends in NUL
+        ASSERT_NE(mmap(text + at, chunk, PROT_READ, MAP_SHARED | MAP_FIXED, file, offset),
+                  MAP_FAILED);
+    }
+    close(file);
+    kttest::whenThrownBy(kttest::kBufferInitSite, [&] { KT::CString{text}; });
+    kttest::whenThrownBy(kttest::kBufferInitSite, [&] { KT::RString{text}; });
+    munmap(area, size);
 }
 
 TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {

@@ -1,14 +1,12 @@
-// Helpers shared by the suites: buffers from and to std::string, the content
-// of the library's throw sites, and failing the library's allocations in turn.
+// Helpers shared by the suites: buffers from and to std::string and the
+// content of the library's throw sites.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "KTInternal.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTException.h"
 
@@ -50,7 +48,7 @@ inline const ThrowSite kBufferInitSite{
 
 /// Runs `operation`, which must throw the exception of `site` when it has the
 /// memory it needs, and returns once it has: wrapped in it, an operation that
-/// fails by design can go through expectFailures(), which then fails the
+/// fails by design can go through expectFailures() (allocation_faults.h), which fails the
 /// allocations of the site's own report (its message and the exception's copy
 /// of it). Any other exception passes through.
 inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& operation) {
@@ -65,40 +63,6 @@ inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& ope
         return;
     }
     ADD_FAILURE() << "nothing thrown, expected " << site.file << ":" << site.line;
-}
-
-/// An operation and the lines of the sites its allocations fail at.
-struct FailureCase {
-    const char* name;
-    std::function<void()> operation;
-    std::vector<unsigned> lines;
-};
-
-/// Runs each operation with its first allocation failing, then again with its
-/// second failing, and so on, until a run completes: every object it builds
-/// must be released whichever allocation fails (the sanitizer build checks
-/// that nothing leaks and nothing is released twice). Each failing run must
-/// throw a CException, from the sites of the case's lines in that order (the
-/// exception suite checks each allocation site's full content).
-inline void expectFailures(const std::vector<FailureCase>& cases) {
-    for (const FailureCase& row : cases) {
-        SCOPED_TRACE(row.name);
-        std::vector<unsigned> lines;
-        for (long n = 1;; ++n) {
-            KT::detail::failAllocation(n);
-            try {
-                row.operation();
-            } catch (const KT::CException& thrown) {
-                KT::detail::failAllocation(0);
-                lines.push_back(thrown.line());
-                continue;
-            }
-            EXPECT_LT(KT::detail::failAllocation(0), n)
-                << "allocation " << n << " failed but the operation completed";
-            break;
-        }
-        EXPECT_EQ(lines, row.lines);
-    }
 }
 
 }  // namespace kttest

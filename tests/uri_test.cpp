@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "allocation_faults.h"
 #include "kt/KTException.h"
 #include "kt/KTSocket.h"
 #include "net_test_support.h"

@@ -36,15 +36,17 @@ public:
     /// CString. Pass it with a source: `target.encodeHex(s, s.correction())`.
     virtual int correction() const;
 
-    /// Writes the hex text of source's first `source.length + adjustment`
-    /// bytes (upper-case digits) at the start of this buffer; `length` grows
-    /// by the text's size (it is added to the old length).
+    /// Writes the hex text (upper-case digits) of source's first
+    /// `source.length + adjustment` bytes at the start of this buffer;
+    /// `length` grows by the text's size (it is added to the old length).
+    /// In all four codecs that count is kept within the source's storage:
+    /// bytes there past its `length` are read, none beyond it.
     virtual void encodeHex(const CBuffer& source, int adjustment);
     /// Decodes the hex text of source's first n = `source.length + adjustment`
     /// bytes at the start of this buffer; `length` grows by n / 2. Invalid
     /// digits are not reported (an invalid digit counts as 15, an invalid
     /// second digit makes the byte 255); an odd last digit pairs with the byte
-    /// after the counted text.
+    /// after the counted text (a 0 where that byte lies past the storage).
     virtual void decodeHex(const CBuffer& source, int adjustment);
     /// Writes the padded Base64 text (RFC 4648 standard alphabet, no line
     /// breaks) of source's first `source.length + adjustment` bytes at the
@@ -80,8 +82,10 @@ public:
     /// the fields are then left as they were.
     void init(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags);
     /// Replaces the content: init(), then the old storage is released (if
-    /// owned), so `bytes` may point into this buffer. On a throw the buffer
-    /// keeps its old content.
+    /// owned), so `bytes` may point into this buffer; bytes to be borrowed or
+    /// adopted from inside the block being released are copied instead (the
+    /// whole block adopted again is kept). On a throw the buffer keeps its
+    /// old content.
     void set(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags);
     /// Releases the storage if owned. The fields keep their values, so it
     /// must be followed by init() or destruction.

@@ -97,8 +97,12 @@ public:
     int read2(char* buffer, int length) const;
     /// Writes all `length` bytes. Returns `length`, fewer if the system
     /// accepts no more (a write of 0), 0 when `length` < 1, or -1 on error.
+    /// Writing to a peer that has closed raises SIGPIPE, which ends the
+    /// process unless the program ignores or handles it (or uses send()
+    /// with MSG_NOSIGNAL); the call then returns -1 with errno EPIPE.
     int write(const char* buffer, int length) const;
-    /// As write(), with send() and `flags` passed on every call.
+    /// As write(), with send() and `flags` passed on every call; MSG_NOSIGNAL
+    /// among them turns SIGPIPE into a plain -1 with errno EPIPE.
     int send(const char* buffer, int length, int flags) const;
     /// As read(), with recv() and `flags` passed on every call (so MSG_PEEK
     /// copies the same pending bytes again at each advance).

@@ -24,7 +24,8 @@ public:
     /// The empty state: no memory.
     CString() = default;
     /// Copies `text` with its terminator (strlen + 1 bytes). `text` must not
-    /// be null. Throws CException "memory allocation error" if out of memory.
+    /// be null. Throws CException "memory allocation error" if out of memory,
+    /// and for a text of 2^31 - 1 characters or more (too long to count).
     CString(const char* text);
     /// Deep copy (a source in the empty state gives the empty state). Throws
     /// CException "memory allocation error" if out of memory.
@@ -70,8 +71,10 @@ public:
     /// copy's length leaves its terminator out, and a copy takes `length`).
     const char* c_str() const { return data ? reinterpret_cast<const char*>(data) : ""; }
 
-    /// Equality of the text with `text`, as strcmp() finds it; the text ends
-    /// at its first NUL or at `length`, whichever comes first.
+    /// Equality of the text with `text`, as strcmp() finds it: the text is
+    /// the storage up to its first NUL, whatever `length` counts (after
+    /// clear(), "abcd" still equals "abcd"); storage without a NUL reads as
+    /// though one followed it. Nothing past the storage is read.
     bool operator==(const char* text) const;
     bool operator!=(const char* text) const;
     using CBuffer::operator==;
@@ -81,7 +84,8 @@ public:
     /// or -1.
     int find(char c, int start) const;
     /// Index of the first occurrence of `text` at or after `start`, or -1.
-    /// The search stops at the first NUL; an empty text matches at `start`.
+    /// Both texts are read as strstr() reads them, within their storage as
+    /// for operator==; an empty text matches at `start`.
     int find(const char* text, int start) const;
     /// As find(const char*, int) with the other string's text.
     int find(const CString& text, int start) const;
@@ -94,8 +98,9 @@ public:
     int reverseFind(const CString& text, int start) const;
     /// Returns up to `count` characters from `start` (`count` 0: to the end)
     /// as a new string. A start at or past the length gives "" borrowed from
-    /// one static byte shared by all such results (owner 0): read it, never
-    /// write to it (growing it with append() or a codec makes a copy first).
+    /// one read-only byte shared by all such results (owner 0): every write
+    /// through the string's operations (append(), a codec, zero()) gives the
+    /// result a block of its own first; never write to `data` directly.
     CString getSubString(int start, int count) const;
     /// Returns a copy with A-Z mapped to a-z. Unlike other strings, the copy's
     /// length does not count its terminator (which is present in memory).

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "KTAllocation.h"
 #include "KTCodec.h"
 #include "KTInternal.h"
 
@@ -45,13 +46,16 @@ bool pointsInto(const UInt8* p, const UInt8* block, SIntLeast32 size) {
 }
 
 // The number of source bytes a codec processes: length + adjustment, kept
-// within the source's own bytes so that no adjustment can read outside them.
+// within the source's storage so that no adjustment can read outside it.
 SIntLeast32 codecCount(const CBuffer& source, int adjustment) {
     std::int64_t n = std::int64_t(source.length) + adjustment;
-    return SIntLeast32(std::clamp<std::int64_t>(n, 0, std::max(source.length, 0)));
+    return SIntLeast32(
+        std::clamp<std::int64_t>(n, 0, source.data ? std::max(source.capacity, 0) : 0));
 }
 
 }  // namespace
+
+const UInt8 detail::sharedEmptyText[1] = {0};
 
 // ---------------------------------------------------------------- CBuffer
 
@@ -125,6 +129,11 @@ void CBuffer::init(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags) {
 void CBuffer::set(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags) {
     UInt8* old = data;
     bool release = owner == 1 && old != nullptr;
+    // Bytes borrowed or adopted from inside the block about to be released
+    // would not outlive it: they are copied instead. The whole block adopted
+    // again is simply kept.
+    bool takesOld = !(flags & CopyData) && ((flags & NoOwnership) || bytes != old);
+    if (release && takesOld && pointsInto(bytes, old, capacity)) flags = CopyData;
     init(size, bytes, flags);
     // The copy is made before the old block goes, so `bytes` may lie in it;
     // a block just freed as the copy's source is not freed twice. init()
@@ -139,7 +148,7 @@ void CBuffer::free() {
 
 void CBuffer::zero() {
     if (!data) return;
-    std::memset(data, 0, size_t(capacity));
+    if (data != detail::sharedEmptyText) std::memset(data, 0, size_t(capacity));
     length = 0;
 }
 
@@ -176,10 +185,20 @@ void CBuffer::resize(SIntLeast32 needed) {
 }
 
 void CBuffer::reserveMore(std::int64_t count) {
-    if (count <= std::int64_t(capacity) - length) return;
-    std::int64_t needed = std::int64_t(length) + count;
+    const bool shared = data == detail::sharedEmptyText;
+    if (!shared && count <= std::int64_t(capacity) - length) return;
+    std::int64_t needed = std::max<std::int64_t>(std::int64_t(length) + count, 1);
     if (needed > kMaxCapacity) throwResizeFailure();
-    resize(SIntLeast32(needed));
+    if (!shared) return resize(SIntLeast32(needed));
+    // Whatever the write, the shared empty text is copied first: with no
+    // capacity left, resize() moves its content to a block of the buffer's own.
+    const SIntLeast32 sharedCapacity = std::exchange(capacity, 0);
+    try {
+        resize(SIntLeast32(needed));
+    } catch (...) {
+        capacity = sharedCapacity;
+        throw;
+    }
 }
 
 void CBuffer::append(SIntLeast32 count, const UInt8* bytes) {
@@ -231,9 +250,10 @@ void CBuffer::decodeHex(const CBuffer& source, int adjustment) {
     codec::hexDecode(source.data, size_t(n / 2), data);
     if (n % 2 != 0 && n / 2 < capacity) {
         // An odd last digit pairs with the byte after the counted text (a
-        // string's terminator); beyond the source's bytes that byte reads as
-        // 0. The byte lies past `length` and only where the storage has room.
-        UInt8 pair[2] = {source.data[n - 1], n < source.length ? source.data[n] : UInt8(0)};
+        // string's terminator); beyond the source's storage that byte reads
+        // as 0. The result byte lies past `length`, written only where the
+        // target's storage has room.
+        UInt8 pair[2] = {source.data[n - 1], n < source.capacity ? source.data[n] : UInt8(0)};
         codec::hexDecode(pair, 1, data + n / 2);
     }
     length += n / 2;

@@ -1,23 +1,29 @@
 #include "kt/KTException.h"
 
 #include <cstdio>
-#include <cstdlib>
-
-#include "KTInternal.h"
 
 namespace KT {
+
+namespace {
+// The exception's own copy of a message, terminated whatever the source's
+// length counted (a case copy leaves its terminator out), the NUL counted.
+void copyMessage(CString& copy, const CString& message) {
+    copy.init(message.length, message.data, CopyData);
+    copy.addTerminator();
+}
+}  // namespace
 
 CException::CException(const char* type, int line, const char* file, const char* function,
                        const CString& message)
     : ktbase::e::base(file, static_cast<unsigned>(line), nullptr),
       type(type),
       function(function) {
-    this->message.init(message.length, message.data, CopyData);
+    copyMessage(this->message, message);
 }
 
 CException::CException(const CException& other)
     : ktbase::e::base(other), type(other.type), function(other.function) {
-    message.init(other.message.length, other.message.data, CopyData);
+    copyMessage(message, other.message);
 }
 
 CException::~CException() = default;
@@ -52,34 +58,4 @@ CInterruptedException::~CInterruptedException() = default;
 
 CExceptionHandlerP::~CExceptionHandlerP() = default;
 
-namespace detail {
-
-namespace {
-// Per thread, so that a test arming a fault is not disturbed by other threads.
-// Every allocation touches them: the initial-exec model reaches them at a fixed
-// offset from the thread pointer instead of through a call to the dynamic
-// linker, which costs a short formatted string a few percent.
-[[gnu::tls_model("initial-exec")]] thread_local long allocationsToFailure = 0;
-[[gnu::tls_model("initial-exec")]] thread_local long allocationsCounted = 0;
-
-bool faultArmed() {
-    ++allocationsCounted;
-    return allocationsToFailure > 0 && --allocationsToFailure == 0;
-}
-}  // namespace
-
-void* allocate(std::size_t size) { return faultArmed() ? nullptr : std::malloc(size); }
-
-void* reallocate(void* block, std::size_t size) {
-    return faultArmed() ? nullptr : std::realloc(block, size);
-}
-
-long failAllocation(long n) {
-    allocationsToFailure = n;
-    long counted = allocationsCounted;
-    allocationsCounted = 0;
-    return counted;
-}
-
-}  // namespace detail
 }  // namespace KT

@@ -1,14 +1,19 @@
 // Private helpers shared by the library's sources: the one way every failure
-// is thrown, and the allocation calls (with their fault-injection seam).
+// is thrown, and the one empty text that substrings borrow. They build on the
+// public exception and string classes; nothing public includes this header.
 #pragma once
-
-#include <cstddef>
 
 #include "kt/KTException.h"
 #include "kt/KTString.h"
+#include "kt/KTTypes.h"
 
 namespace KT {
 namespace detail {
+
+/// One NUL byte, read-only, that a substring past the end borrows instead of
+/// allocating. Buffer operations that write give a buffer on it a block of
+/// its own first.
+extern const UInt8 sharedEmptyText[1];
 
 /// Throws E built from the thrower's type text, line, file literal and
 /// function signature, with `text` as its message.
@@ -19,16 +24,6 @@ template <class E>
     CString message = CString::createWithFormat("%s", text);
     throw E(type, line, file, function, message);
 }
-
-/// malloc(), unless a test has armed a fault (then null).
-void* allocate(std::size_t size);
-/// realloc(), unless a test has armed a fault (then null, `block` untouched).
-void* reallocate(void* block, std::size_t size);
-
-/// Test seam: makes the `n`-th allocation of this thread from now on fail
-/// (1 = the next one); 0 disarms. Returns how many allocations were counted
-/// since the previous call. The library itself never calls it.
-long failAllocation(long n);
 
 }  // namespace detail
 }  // namespace KT

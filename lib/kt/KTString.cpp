@@ -1,11 +1,15 @@
 #include "kt/KTString.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
+#include "KTAllocation.h"
 #include "KTInternal.h"
 
 namespace KT {
@@ -18,24 +22,71 @@ constexpr int kAllocationLine = 43;
 constexpr int kFormatLine = 47;
 constexpr int kScratchSize = 1024;
 
-// What a substring past the end borrows: one NUL byte, never released.
-char emptyText[1] = "";
-
-// Releases a va_list copy on every way out of the formatter.
-struct ArgumentsCopy {
-    explicit ArgumentsCopy(va_list arguments) { va_copy(list, arguments); }
-    ~ArgumentsCopy() { va_end(list); }
+// A variable argument list, ended on every way out of the function that
+// started it (with va_start) or copied it (the constructor).
+struct ArgumentList {
+    ArgumentList() = default;
+    explicit ArgumentList(va_list arguments) { va_copy(list, arguments); }
+    ArgumentList(const ArgumentList&) = delete;
+    ArgumentList& operator=(const ArgumentList&) = delete;
+    ~ArgumentList() { va_end(list); }
     va_list list;
 };
 
-// The text at `start`: the bytes in use from there up to the first NUL among
-// them, as a C string reads, but never past `length` (bytes stored without a
-// terminator, or a case copy whose terminator lies just after them).
+[[noreturn]] void throwFormatFailure(int line, const char* message) {
+    detail::raise<CException>("KT::CException", line, kFile, kInitSignature, message);
+}
+
+// Formats the conversions that the library's own messages and most callers
+// use (%s of a text, %d and %%) into the `room` bytes at `out`, as
+// vsnprintf() would but without its set-up, which costs more than the
+// formatting of a short message. Returns the count of characters written
+// before the NUL, or -1 for any other conversion, a null text or a result
+// that does not fit: vsnprintf() then formats it all.
+int formatCommon(char* out, std::size_t room, const char* format, va_list arguments) {
+    std::size_t used = 0;
+    auto put = [&](const char* text, std::size_t size) {
+        if (size >= room - used) return false;  // the NUL needs a byte too
+        std::memcpy(out + used, text, size);
+        used += size;
+        return true;
+    };
+    for (const char* at = format;;) {
+        const char* percent = std::strchr(at, '%');
+        if (!put(at, percent ? std::size_t(percent - at) : std::strlen(at))) return -1;
+        if (!percent) break;
+        at = percent + 2;
+        if (percent[1] == '%') {
+            if (!put("%", 1)) return -1;
+        } else if (percent[1] == 's') {
+            const char* text = va_arg(arguments, const char*);
+            if (!text || !put(text, std::strlen(text))) return -1;
+        } else if (percent[1] == 'd') {
+            int value = va_arg(arguments, int);
+            unsigned magnitude = value < 0 ? 0u - unsigned(value) : unsigned(value);
+            char digits[16];
+            char* first = std::end(digits);
+            do *--first = char('0' + magnitude % 10);
+            while ((magnitude /= 10) != 0);
+            if (value < 0) *--first = '-';
+            if (!put(first, std::size_t(std::end(digits) - first))) return -1;
+        } else {
+            return -1;
+        }
+    }
+    out[used] = '\0';
+    return int(used);
+}
+
+// The text at `start`, as a C string reads it: up to the first NUL of the
+// storage, whatever the length counts (a case copy's terminator lies just
+// after it, a cleared string keeps its text), but never past the storage.
 std::string_view textAt(const CString& string, int start) {
-    if (!string.data || start < 0 || string.length <= start) return {};
-    std::string_view rest(reinterpret_cast<const char*>(string.data) + start,
-                          size_t(string.length - start));
-    return rest.substr(0, rest.find('\0'));
+    if (!string.data || start < 0 || string.capacity <= start) return {};
+    const char* text = reinterpret_cast<const char*>(string.data) + start;
+    const void* end = std::memchr(text, 0, size_t(string.capacity - start));
+    return {text,
+            end ? size_t(static_cast<const char*>(end) - text) : size_t(string.capacity - start)};
 }
 
 // Index of the first `needle` in the text at `start`, or -1.
@@ -48,7 +99,9 @@ int findText(const CString& string, std::string_view needle, int start) {
 }  // namespace
 
 CString::CString(const char* text) {
-    CBuffer::set(SIntLeast32(std::strlen(text) + 1),
+    // A text too long to count in SIntLeast32 is asked for at the largest
+    // count, which no buffer can hold: the copy fails as out of memory.
+    CBuffer::set(SIntLeast32(std::min(std::strlen(text) + 1, std::size_t(INT_MAX))),
                  reinterpret_cast<UInt8*>(const_cast<char*>(text)), CopyData);
     addTerminator();
 }
@@ -78,27 +131,22 @@ CString::~CString() = default;
 int CString::correction() const { return -1; }
 
 void CString::init(const char* format, va_list arguments) {
-    // The second pass needs the arguments again, and a va_list can be walked
-    // only once.
-    ArgumentsCopy again(arguments);
+    // Each pass walks a copy: a va_list can be walked only once.
     char scratch[kScratchSize];
-    int written = std::vsnprintf(scratch, sizeof scratch, format, arguments);
+    int written = formatCommon(scratch, sizeof scratch, format, ArgumentList(arguments).list);
     if (written < 0)
-        detail::raise<CException>("KT::CException", kFormatLine, kFile, kInitSignature,
-                                  "system library call failed");
+        written = std::vsnprintf(scratch, sizeof scratch, format, ArgumentList(arguments).list);
+    if (written < 0) throwFormatFailure(kFormatLine, "system library call failed");
     std::int64_t size = std::int64_t(written) + 1;
     if (size <= kScratchSize) {
         CBuffer::init(SIntLeast32(size), reinterpret_cast<UInt8*>(scratch), CopyData);
         return;
     }
     char* block = size <= INT32_MAX ? static_cast<char*>(detail::allocate(size_t(size))) : nullptr;
-    if (!block)
-        detail::raise<CException>("KT::CException", kAllocationLine, kFile, kInitSignature,
-                                  "memory allocation error");
-    if (std::vsnprintf(block, size_t(size), format, again.list) < 1) {
+    if (!block) throwFormatFailure(kAllocationLine, "memory allocation error");
+    if (std::vsnprintf(block, size_t(size), format, ArgumentList(arguments).list) < 1) {
         std::free(block);
-        detail::raise<CException>("KT::CException", kFormatLine, kFile, kInitSignature,
-                                  "system library call failed");
+        throwFormatFailure(kFormatLine, "system library call failed");
     }
     // The block has exactly the size needed; the string adopts it as it is.
     CBuffer::init(SIntLeast32(size), reinterpret_cast<UInt8*>(block), ConstructionFlags(0));
@@ -106,34 +154,19 @@ void CString::init(const char* format, va_list arguments) {
 
 CString CString::createWithFormat(const char* format, ...) {
     CString result;
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        result.init(format, arguments);
-    } catch (...) {
-        va_end(arguments);
-        throw;
-    }
-    va_end(arguments);
+    ArgumentList arguments;
+    va_start(arguments.list, format);
+    result.init(format, arguments.list);
     return result;
 }
 
 void CString::set(const char* format, ...) {
-    // Formatting into a new string first lets the arguments refer to this
-    // string's own text.
-    CString formatted;
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        formatted.init(format, arguments);
-    } catch (...) {
-        va_end(arguments);
-        CBuffer::free();
-        CBuffer::init(0, nullptr, ConstructionFlags(0));
-        throw;
-    }
-    va_end(arguments);
-    *this = std::move(formatted);
+    // The old text lives on until the new one is made, since the arguments
+    // may refer to it; a failure leaves this string in the empty state.
+    const CString old(std::move(*this));
+    ArgumentList arguments;
+    va_start(arguments.list, format);
+    init(format, arguments.list);
 }
 
 void CString::addTerminator() {
@@ -201,7 +234,7 @@ int CString::reverseFind(const CString&, int) const { return -1; }
 CString CString::getSubString(int start, int count) const {
     CString result;
     if (start < 0 || count < 0 || length <= start) {
-        result.CBuffer::init(1, reinterpret_cast<UInt8*>(emptyText), NoOwnership);
+        result.CBuffer::init(1, const_cast<UInt8*>(detail::sharedEmptyText), NoOwnership);
         return result;
     }
     bool toEnd = count == 0 || std::int64_t(start) + count >= length;
@@ -244,15 +277,9 @@ CString CString::getUpperCaseString() const { return getCaseString(true); }
 
 RString RString::createWithFormat(const char* format, ...) {
     RString result;
-    va_list arguments;
-    va_start(arguments, format);
-    try {
-        result.init(format, arguments);
-    } catch (...) {
-        va_end(arguments);
-        throw;
-    }
-    va_end(arguments);
+    ArgumentList arguments;
+    va_start(arguments.list, format);
+    result.init(format, arguments.list);
     return result;
 }
 
