@@ -368,24 +368,31 @@ std::string range_text(const std::string& text, url_range range, bool decode) {
 
 void kvmap_split(std::map<std::string, std::string>& map, const std::string& text, bool decode,
                  char pair_separator, char key_value_separator) {
-    const std::size_t n = text.size();
-    if (n == 0) return;
-    // As a C string: a zero key/value separator empties the set (the whole
-    // text is one key), a zero pair separator leaves only the other in it.
-    const char separators[] = {key_value_separator, pair_separator, '\0'};
-    std::size_t start = 0;
-    for (;;) {
-        std::size_t k = find_any(text, start, separators);
-        std::size_t v = n;
-        if (k == npos)
-            k = n;
-        else
-            v = std::min(text.find(pair_separator, k), n);
-        const url_range value = k + 1 < v ? url_range{k + 1, v} : url_range{v, v};
-        map.insert_or_assign(range_text(text, {start, k}, decode),
+    const std::size_t length = text.size();
+    // The first `separator` in [from, to), or `to`. Every search stops at the
+    // end of its pair, so each byte is read a bounded number of times.
+    const auto first_in = [&](char separator, std::size_t from, std::size_t to) {
+        const void* hit = std::memchr(text.data() + from, separator, to - from);
+        return hit ? std::size_t(static_cast<const char*>(hit) - text.data()) : to;
+    };
+    // A zero key/value separator never ends a key (the whole text is one),
+    // and a zero pair separator never ends one either, though the value after
+    // a key still ends at a zero byte.
+    if (length == 0) return;
+    for (std::size_t start = 0;;) {
+        const std::size_t pair_end = pair_separator != '\0' ? first_in(pair_separator, start, length)
+                                                            : length;
+        const std::size_t key_end = key_value_separator != '\0'
+                                        ? first_in(key_value_separator, start, pair_end)
+                                        : length;
+        const std::size_t value_end = key_end < length ? first_in(pair_separator, key_end, length)
+                                                       : length;
+        const url_range value =
+            key_end + 1 < value_end ? url_range{key_end + 1, value_end} : url_range{value_end, value_end};
+        map.insert_or_assign(range_text(text, {start, key_end}, decode),
                              range_text(text, value, decode));
-        if (v >= n) return;
-        start = v + 1;
+        if (value_end == length) return;
+        start = value_end + 1;
     }
 }
 
