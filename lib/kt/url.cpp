@@ -87,11 +87,14 @@ public:
     }
 
 private:
+    // The kernels' row of a delimiter: the bit that marks it.
+    static constexpr int row_of(char delimiter) {
+        return __builtin_ctz(kDelimiterOf[static_cast<unsigned char>(delimiter)]);
+    }
+
     template <char... Delimiters>
     std::uint64_t bits_of(std::size_t word) const {
-        return (masks_.rows[__builtin_ctz(kDelimiterOf[static_cast<unsigned char>(Delimiters)])]
-                           [word] |
-                ...);
+        return (masks_.rows[row_of(Delimiters)][word] | ...);
     }
 
     delimiter_masks masks_;
@@ -118,7 +121,7 @@ enum component_group : unsigned {
 // end). Inlined into each caller, which then computes only what it asks for.
 template <unsigned Groups, class Finder>
 __attribute__((always_inline)) inline url_parts split_with(const std::string& url,
-                                                            const Finder& finder) {
+                                                           const Finder& finder) {
     url_parts parts{};
     constexpr bool kNeedsAuthority = Groups & (kAuthorityGroup | kPathGroup | kAuthorityPartsGroup);
     // What remains to split: [begin, end).
@@ -153,8 +156,8 @@ __attribute__((always_inline)) inline url_parts split_with(const std::string& ur
         if (authority_end == npos)
             authority_end = finder.template find<kParamsStart, kQueryStart>(authority_begin);
         else if (url[authority_end] == kUserinfoEnd)
-            authority_end = finder.template find<kPathSeparator, kParamsStart, kQueryStart>(
-                authority_end + 1);
+            authority_end =
+                finder.template find<kPathSeparator, kParamsStart, kQueryStart>(authority_end + 1);
         // An end inside the fragment leaves the authority empty and its text
         // to the path: the searches ran over the whole text on purpose.
         if (authority_end == npos)
@@ -179,8 +182,8 @@ __attribute__((always_inline)) inline url_parts split_with(const std::string& ur
             userinfo.end = userinfo_end;
             host_and_port.begin = userinfo_end + 1;
         }
-        parts.service =
-            cut_trailing(finder.template find<kServiceStart>(host_and_port.begin), host_and_port.end);
+        parts.service = cut_trailing(finder.template find<kServiceStart>(host_and_port.begin),
+                                     host_and_port.end);
         parts.host = host_and_port;
         const std::size_t domain_end = finder.template find<kDomainEnd>(userinfo.begin);
         if (domain_end < userinfo.end) {
@@ -231,15 +234,14 @@ void kvmap_split(std::map<std::string, std::string>& map, const std::string& tex
     // a key still ends at a zero byte.
     if (length == 0) return;
     for (std::size_t start = 0;;) {
-        const std::size_t pair_end = pair_separator != '\0' ? first_in(pair_separator, start, length)
-                                                            : length;
-        const std::size_t key_end = key_value_separator != '\0'
-                                        ? first_in(key_value_separator, start, pair_end)
-                                        : length;
-        const std::size_t value_end = key_end < length ? first_in(pair_separator, key_end, length)
-                                                       : length;
-        const url_range value =
-            key_end + 1 < value_end ? url_range{key_end + 1, value_end} : url_range{value_end, value_end};
+        const std::size_t pair_end =
+            pair_separator != '\0' ? first_in(pair_separator, start, length) : length;
+        const std::size_t key_end =
+            key_value_separator != '\0' ? first_in(key_value_separator, start, pair_end) : length;
+        const std::size_t value_end =
+            key_end < length ? first_in(pair_separator, key_end, length) : length;
+        const url_range value = key_end + 1 < value_end ? url_range{key_end + 1, value_end}
+                                                        : url_range{value_end, value_end};
         map.insert_or_assign(range_text(text, {start, key_end}, decode),
                              range_text(text, value, decode));
         if (value_end == length) return;
@@ -274,8 +276,9 @@ using url_detail::split_parts;
 using url_detail::split_with;
 
 std::string url_scheme(const std::string& url, bool decode) {
-    return range_text(url, split_with<url_detail::kSchemeGroup>(url, url_detail::prefix_finder(url)).scheme,
-                      decode);
+    return range_text(
+        url, split_with<url_detail::kSchemeGroup>(url, url_detail::prefix_finder(url)).scheme,
+        decode);
 }
 
 std::string url_authority(const std::string& url, bool decode) {
@@ -296,8 +299,9 @@ std::string url_query(const std::string& url, bool decode) {
 
 std::string url_fragment(const std::string& url, bool decode) {
     // One search for the first "#": nothing to gain from the masks.
-    return range_text(url, split_with<url_detail::kFragmentGroup>(url, url_detail::text_finder(url)).fragment,
-                      decode);
+    return range_text(
+        url, split_with<url_detail::kFragmentGroup>(url, url_detail::text_finder(url)).fragment,
+        decode);
 }
 
 std::string url_domain(const std::string& url, bool decode) {
@@ -320,14 +324,14 @@ std::string url_service(const std::string& url, bool decode) {
     return range_text(url, split_parts<url_detail::kAuthorityPartsGroup>(url).service, decode);
 }
 
-void url_query_kvmap(std::map<std::string, std::string>& map, const std::string& url,
-                     bool decode, char pair_separator, char key_value_separator) {
+void url_query_kvmap(std::map<std::string, std::string>& map, const std::string& url, bool decode,
+                     char pair_separator, char key_value_separator) {
     url_detail::kvmap_split(map, url_query(url, false), decode, pair_separator,
                             key_value_separator);
 }
 
-void url_params_kvmap(std::map<std::string, std::string>& map, const std::string& url,
-                      bool decode, char pair_separator, char key_value_separator) {
+void url_params_kvmap(std::map<std::string, std::string>& map, const std::string& url, bool decode,
+                      char pair_separator, char key_value_separator) {
     url_detail::kvmap_split(map, url_params(url, false), decode, pair_separator,
                             key_value_separator);
 }
@@ -339,24 +343,22 @@ void url_fragment_kvmap(std::map<std::string, std::string>& map, const std::stri
 }
 
 std::map<std::string, std::string> url_query_kvmap(const std::string& url, bool decode,
-                                                   char pair_separator,
-                                                   char key_value_separator) {
+                                                   char pair_separator, char key_value_separator) {
     std::map<std::string, std::string> map;
     url_query_kvmap(map, url, decode, pair_separator, key_value_separator);
     return map;
 }
 
 std::map<std::string, std::string> url_params_kvmap(const std::string& url, bool decode,
-                                                    char pair_separator,
-                                                    char key_value_separator) {
+                                                    char pair_separator, char key_value_separator) {
     std::map<std::string, std::string> map;
     url_params_kvmap(map, url, decode, pair_separator, key_value_separator);
     return map;
 }
 
 std::map<std::string, std::string> url_fragment_kvmap(const std::string& url, bool decode,
-                                                       char pair_separator,
-                                                       char key_value_separator) {
+                                                      char pair_separator,
+                                                      char key_value_separator) {
     std::map<std::string, std::string> map;
     url_fragment_kvmap(map, url, decode, pair_separator, key_value_separator);
     return map;
