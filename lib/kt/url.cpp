@@ -122,7 +122,7 @@ enum component_group : unsigned {
 template <unsigned Groups, class Finder>
 __attribute__((always_inline)) inline url_parts split_with(const std::string& url,
                                                            const Finder& finder) {
-    url_parts parts{};
+    url_parts parts;  // only the ranges asked for are written
     constexpr bool kNeedsAuthority = Groups & (kAuthorityGroup | kPathGroup | kAuthorityPartsGroup);
     // What remains to split: [begin, end).
     std::size_t begin = 0, end = url.size();
