@@ -242,9 +242,9 @@ TEST(UrlKeyValueTest, ManyPairsInLinearTime) {
     } rows[] = {{"a&", {{"", ""}, {"a", ""}}}, {"&", {{"", ""}}}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.pair);
-        std::string url = "?";
-        while (url.size() < (std::size_t(8) << 20)) url += row.pair;
-        EXPECT_EQ(ktbase::url_query_kvmap(url, false, '&', '='), row.expected);
+        std::string pairs = row.pair;
+        while (pairs.size() < (std::size_t(8) << 20)) pairs += pairs;
+        EXPECT_EQ(ktbase::url_query_kvmap("?" + pairs, false, '&', '='), row.expected);
     }
 }
 
