@@ -1,8 +1,10 @@
 // Speed of the URL functions: ns per getter call over a corpus of realistic
-// URLs, and MB/s of percent-encoding and decoding.
+// URLs, MB/s of percent-encoding and decoding, and MB/s of every URL function
+// on hostile shapes at two sizes (equal figures mean linear time).
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -84,6 +86,46 @@ BENCHMARK(BM_EncodeMixed)->RangeMultiplier(16)->Range(64, 1 << 20);
 BENCHMARK(BM_DecodeMixed)->RangeMultiplier(16)->Range(64, 1 << 20);
 BENCHMARK_CAPTURE(BM_Encode, path60, std::string(kPath));
 BENCHMARK_CAPTURE(BM_Decode, path60, std::string(kPath));
+
+// Shapes an attacker may send: pairs without "=", empty pairs, and long runs
+// of one delimiter. Each URL repeats its shape in the authority, the query
+// and the fragment, so the getters, the key/value maps and the setters all
+// meet it.
+const char* const kHostileShapes[] = {"a&", "&", "%", "/", "@", ":", "?", ";="};
+
+std::string hostile_url(const std::string& shape, std::size_t size) {
+    std::string run;
+    while (run.size() < size / 3) run += shape;
+    return "s://" + run + "?" + run + "#" + run;
+}
+
+using Setter = std::string (*)(const std::string&, const std::string&, bool);
+using KeyValueReader = std::map<std::string, std::string> (*)(const std::string&, bool, char,
+                                                               char);
+
+// One iteration runs every getter, key/value map and setter once.
+void BM_Hostile(benchmark::State& state) {
+    static constexpr Getter kGetters[] = {
+        ktbase::url_scheme, ktbase::url_authority, ktbase::url_path,   ktbase::url_params,
+        ktbase::url_query,  ktbase::url_fragment,  ktbase::url_domain, ktbase::url_user,
+        ktbase::url_password, ktbase::url_host,    ktbase::url_service};
+    static constexpr KeyValueReader kMaps[] = {ktbase::url_query_kvmap, ktbase::url_params_kvmap,
+                                               ktbase::url_fragment_kvmap};
+    static constexpr Setter kSetters[] = {
+        ktbase::url_new_scheme, ktbase::url_new_authority, ktbase::url_new_path,
+        ktbase::url_new_params, ktbase::url_new_query,     ktbase::url_new_fragment,
+        ktbase::url_new_domain, ktbase::url_new_user,      ktbase::url_new_password,
+        ktbase::url_new_host,   ktbase::url_new_service};
+    const std::string url = hostile_url(kHostileShapes[state.range(0)], state.range(1));
+    for (auto _ : state) {
+        for (Getter get : kGetters) benchmark::DoNotOptimize(get(url, true));
+        for (KeyValueReader read : kMaps) benchmark::DoNotOptimize(read(url, true, '&', '='));
+        for (Setter set : kSetters) benchmark::DoNotOptimize(set(url, "x", true));
+    }
+    state.SetLabel(kHostileShapes[state.range(0)]);
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(url.size()));
+}
+BENCHMARK(BM_Hostile)->ArgsProduct({benchmark::CreateDenseRange(0, 7, 1), {1 << 14, 1 << 17}});
 
 }  // namespace
 

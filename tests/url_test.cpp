@@ -232,6 +232,22 @@ TEST(UrlKeyValueTest, FillFormKeepsEarlierEntries) {
     EXPECT_TRUE(ktbase::url_query_kvmap("s://h/p", false, '&', '=').empty());
 }
 
+// Pairs of hostile shapes, megabytes of them: split in time linear in the
+// text, each row takes milliseconds; a search to the text's end for every pair
+// would take far longer than the time limit CTest gives each test.
+TEST(UrlKeyValueTest, ManyPairsInLinearTime) {
+    const struct {
+        std::string pair;
+        KeyValues expected;
+    } rows[] = {{"a&", {{"", ""}, {"a", ""}}}, {"&", {{"", ""}}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.pair);
+        std::string pairs = row.pair;
+        while (pairs.size() < (std::size_t(8) << 20)) pairs += pairs;
+        EXPECT_EQ(ktbase::url_query_kvmap("?" + pairs, false, '&', '='), row.expected);
+    }
+}
+
 TEST(UrlKeyValueTest, JoinTable) {
     const struct {
         KeyValues map;

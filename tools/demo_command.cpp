@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "KTURISchemes.h"
 #include "cli.h"
 #include "commands.h"
 #include "kt/KTServerSocket.h"
@@ -68,16 +69,10 @@ void serveOnce(const KT::RServerSocket& server, ServerSide& seen) {
 }
 
 const char* schemeName(int code) {
-    switch (code) {
-        case 0: return "none";
-        case 1: return "file";
-        case 3: return "http";
-        case 4: return "ftp";
-        case 5: return "rtsp";
-        case 6: return "firewire";
-        case 7: return "socket";
-        default: return "unknown";
-    }
+    if (code == KT::kNoScheme) return "none";
+    for (const KT::URIScheme& scheme : KT::kURISchemes)
+        if (scheme.code == code) return scheme.lowerCase;
+    return "unknown";
 }
 
 void printDescriptor(const KT::RURI& uri) {

@@ -95,7 +95,7 @@ int runFetch(cli::Arguments& args) {
     KT::RURI uri{KT::CString(text.c_str())};
     std::string request = net::requestFor(uri);
     // An RTSP answer says what it has to say in its head.
-    head = head || uri.scheme == net::kRtspScheme;
+    head = head || uri.scheme == KT::kRtspScheme;
     ktbase::ref<KT::RSocket> socket = net::connectTo(uri, int(timeout));
     if (!net::sendAll(*socket, request)) throw net::transferError("send failed");
     net::Response response = net::readResponse(*socket);

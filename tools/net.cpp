@@ -152,10 +152,10 @@ std::string requestFor(const KT::RURI& uri) {
                       encode(std::string(uri.user.c_str()) + ":" + uri.password.c_str(),
                              &KT::CBuffer::encodeBase64) +
                       "\r\n";
-    if (uri.scheme == kHttpScheme)
+    if (uri.scheme == KT::kHttpScheme)
         return "GET " + target + " HTTP/1.0\r\nHost: " + authority + "\r\nUser-Agent: kt\r\nAccept: */*\r\n" +
                credentials + "\r\n";
-    if (uri.scheme == kRtspScheme)
+    if (uri.scheme == KT::kRtspScheme)
         return "OPTIONS rtsp://" + authority + target + " RTSP/1.0\r\nCSeq: 1\r\nUser-Agent: kt\r\n" +
                credentials + "\r\n";
     throw cli::UsageError("'" + text + "' is neither an http nor an rtsp URI");

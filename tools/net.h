@@ -6,16 +6,13 @@
 #include <functional>
 #include <string>
 
+#include "KTURISchemes.h"  // the scheme codes kt speaks: http and rtsp
 #include "cli.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTSocket.h"
 #include "kt/KTURI.h"
 
 namespace net {
-
-/// The URI descriptor's codes of the two schemes kt speaks.
-constexpr int kHttpScheme = 3;
-constexpr int kRtspScheme = 5;
 
 /// Bounds every blocking receive and send on `socket` to `seconds` (on Linux
 /// connect() and accept() too), so that no command can hang on a silent peer.

@@ -6,31 +6,16 @@
 #include <cstring>
 #include <string>
 
+#include "KTURISchemes.h"
 #include "kt/url.h"
 
 namespace KT {
 
 namespace {
 
-// A scheme with a code, and the port a URI of that scheme means when it
-// names none.
-struct Scheme {
-    const char* lower;
-    const char* upper;
-    int code;
-    UInt16 defaultPort;
-};
-
-// Tried in this order; only the two spellings of a row match it.
-constexpr Scheme kSchemes[] = {
-    {"", "", 0, 0},           {"file", "FILE", 1, 0},     {"http", "HTTP", 3, 80},
-    {"ftp", "FTP", 4, 21},    {"rtsp", "RTSP", 5, 554},   {"firewire", "FIREWIRE", 6, 0},
-    {"socket", "SOCKET", 7, 0},
-};
-
-const Scheme* findScheme(const std::string& text) {
-    for (const Scheme& scheme : kSchemes)
-        if (text == scheme.lower || text == scheme.upper) return &scheme;
+const URIScheme* findScheme(const std::string& text) {
+    for (const URIScheme& scheme : kURISchemes)
+        if (text == scheme.lowerCase || text == scheme.upperCase) return &scheme;
     return nullptr;
 }
 
@@ -59,8 +44,8 @@ int RURI::parseURI(const CString& uri) {
     const char* bytes = uri.c_str();
     const std::string text(bytes, strnlen(bytes, static_cast<std::size_t>(uri.length)));
 
-    const Scheme* known = findScheme(ktbase::url_scheme(text, true));
-    scheme = known ? known->code : -1;
+    const URIScheme* known = findScheme(ktbase::url_scheme(text, true));
+    scheme = known ? known->code : kUnknownScheme;
     // Stored up to the first NUL of what the toolkit returns.
     user = ktbase::url_user(text, true).c_str();
     password = ktbase::url_password(text, true).c_str();

@@ -18,55 +18,21 @@ struct url_range {
     std::size_t end;
 };
 
-// The splitting steps. Each takes the scan state, narrows it (moves `begin`
-// past a leading component or `end` back before a trailing one) and returns
-// the range of the component it cut off. Each first runs the step before it,
-// so a step always sees what the earlier ones left; the chain is
-//   fragment <- scheme <- authority <- query <- params <- path
-//   userinfo <- service <- host;  userinfo <- domain <- password <- user
-// where the second line starts from the authority's range. Every search
-// runs over the rest of the whole text and only then is compared with the
-// state's end: a delimiter at or past the end counts as absent, and for the
-// authority, whose end depends on which delimiter comes first, that order
-// decides the result.
-using url_step = url_range (*)(const std::string& url, url_range& state);
-
-url_range split_fragment(const std::string& url, url_range& state);
-url_range split_scheme(const std::string& url, url_range& state);
-url_range split_authority(const std::string& url, url_range& state);
-url_range split_query(const std::string& url, url_range& state);
-url_range split_params(const std::string& url, url_range& state);
-url_range split_path(const std::string& url, url_range& state);
-url_range split_userinfo(const std::string& url, url_range& state);
-url_range split_service(const std::string& url, url_range& state);
-url_range split_host(const std::string& url, url_range& state);
-url_range split_domain(const std::string& url, url_range& state);
-url_range split_password(const std::string& url, url_range& state);
-url_range split_user(const std::string& url, url_range& state);
-
-/// Runs a top-level `step` from the scan state [0, length).
-url_range locate(const std::string& url, url_step step);
-
-/// The authority's range, and the range that an authority `step` (userinfo
-/// to user) cuts off when run from it.
-struct authority_part {
-    url_range authority;
-    url_range part;
-};
-authority_part locate_in_authority(const std::string& url, url_step step);
-
-/// All eleven components of a URL text, each the range that its splitting
-/// step gives (locate() or locate_in_authority().part), absent ones
-/// included: they sit where the step puts them.
+/// All eleven components of a URL text. An absent one is an empty range
+/// where the splitter puts it.
 struct url_parts {
     url_range scheme, authority, path, params, query, fragment;
     url_range domain, user, password, host, service;
 };
 
-/// Splits `url` into all eleven ranges in one pass of the chain. The getters
-/// of kt/url.h run the same code for the part of the chain they need, so
-/// their results are these ranges' bytes by construction.
+/// Splits `url` into all eleven ranges. The getters of kt/url.h run the same
+/// splitter for the components they return, so their results are these
+/// ranges' bytes by construction; the setters change the text at them.
 url_parts split_url(const std::string& url);
+/// The same split by plain searches of the text, never by the kernels'
+/// delimiter masks that split_url() reads for short texts: the reference for
+/// those masks.
+url_parts split_url_by_search(const std::string& url);
 
 /// Returns the bytes of `range`, decoded when `decode` is true.
 std::string range_text(const std::string& text, url_range range, bool decode);

@@ -7,26 +7,29 @@
 
 #include <utility>
 
+#include "url_delimiters.h"
 #include "url_internal.h"
 
 namespace ktbase {
 
 namespace {
 
-using url_detail::url_range;
-using url_detail::url_step;
+using namespace url_detail;
 using KeyValues = std::map<std::string, std::string>;
+using Component = url_range url_parts::*;
 
 bool byte_before_is(const std::string& url, std::size_t position, char c) {
     return position > 0 && url[position - 1] == c;
 }
 
-bool is_path_delimiter(char c) { return c == '/' || c == ';' || c == '?' || c == '#'; }
-
 // Text that would follow a new authority directly ("s:path", "s:80") must
 // become a path, or it would read as part of the authority.
 void make_room_for_path(std::string& url, std::size_t position) {
-    if (position < url.size() && !is_path_delimiter(url[position])) url.insert(position, 1, '/');
+    if (position >= url.size()) return;
+    const char next = url[position];
+    if (next != kPathSeparator && next != kParamsStart && next != kQueryStart &&
+        next != kFragmentStart)
+        url.insert(position, 1, kPathSeparator);
 }
 
 // The value as it is to be inserted: a copy, so that the insertions made
@@ -38,24 +41,25 @@ std::string inserted_text(const std::string& value, bool encode, bool escape_all
 std::string joined(const KeyValues& map, bool encode, char pair_separator,
                    char key_value_separator) {
     std::string text;
-    url_detail::kvmap_join(text, map, encode, pair_separator, key_value_separator);
+    kvmap_join(text, map, encode, pair_separator, key_value_separator);
     return text;
 }
 
 // Params, query and fragment: a component after its delimiter, which is
 // added with a new value and removed with the component.
-std::string& set_delimited(std::string& url, url_step step, char delimiter,
+std::string& set_delimited(std::string& url, Component component, char delimiter,
                            const std::string& text) {
-    const url_range r = url_detail::locate(url, step);
+    const url_range range = split_url(url).*component;
     if (text.empty()) {
-        const std::size_t from = byte_before_is(url, r.begin, delimiter) ? r.begin - 1 : r.begin;
-        url.erase(from, r.end - from);
+        const std::size_t from =
+            byte_before_is(url, range.begin, delimiter) ? range.begin - 1 : range.begin;
+        url.erase(from, range.end - from);
         return url;
     }
-    url.replace(r.begin, r.end - r.begin, text);
+    url.replace(range.begin, range.end - range.begin, text);
     // A present but empty component ("s://h/p?") keeps its delimiter.
-    if (r.begin == r.end && !byte_before_is(url, r.begin, delimiter))
-        url.insert(r.begin, 1, delimiter);
+    if (range.begin == range.end && !byte_before_is(url, range.begin, delimiter))
+        url.insert(range.begin, 1, delimiter);
     return url;
 }
 
@@ -63,17 +67,19 @@ std::string& set_delimited(std::string& url, url_step step, char delimiter,
 
 enum class part { host, service, domain, user, password };
 
-// Where a part lies: a and t bound the authority, x0 and x1 the part.
-struct place {
-    std::size_t a, t, x0, x1;
+// Where a part lies, and the authority around it.
+struct part_place {
+    url_range authority;
+    url_range part;
 };
 
-url_step step_of(part which) {
+part_place place_of(part which, const std::string& url) {
     // In the order of the enumeration.
-    static constexpr url_step steps[] = {url_detail::split_host, url_detail::split_service,
-                                         url_detail::split_domain, url_detail::split_user,
-                                         url_detail::split_password};
-    return steps[static_cast<int>(which)];
+    static constexpr Component kComponents[] = {&url_parts::host, &url_parts::service,
+                                                 &url_parts::domain, &url_parts::user,
+                                                 &url_parts::password};
+    const url_parts parts = split_url(url);
+    return {parts.authority, parts.*kComponents[static_cast<int>(which)]};
 }
 
 // Bytes that already end an empty userinfo part, so it needs no "@" of its
@@ -81,81 +87,88 @@ url_step step_of(part which) {
 // password.
 bool already_delimited(part which, char c) {
     switch (which) {
-        case part::domain: return c == ';';
-        case part::user: return c == ':' || c == '@';
-        case part::password: return c == '@';
+        case part::domain: return c == kDomainEnd;
+        case part::user: return c == kPasswordStart || c == kUserinfoEnd;
+        case part::password: return c == kUserinfoEnd;
         default: return false;
     }
 }
 
 // Before a value goes in: the delimiters that follow the part. Inserts only
-// at or after x1, so the part's place stays valid.
-void prepare(part which, std::string& url, const place& at) {
+// at or after the part's end, so its place stays valid.
+void prepare(part which, std::string& url, const part_place& at) {
+    const bool at_authority_end = at.part.begin == at.authority.end;
     if (which == part::host || which == part::service) {
-        if (at.x0 == at.t) make_room_for_path(url, at.x0);
+        if (at_authority_end) make_room_for_path(url, at.part.begin);
         return;
     }
     // A userinfo part that is missing gets the "@" ending the userinfo (and
     // a domain its ";"), unless what follows already ends it.
-    if (at.x0 != at.x1) return;
-    if (at.x0 != at.t && already_delimited(which, url[at.x0])) return;
-    if (at.x0 == at.t) make_room_for_path(url, at.x0);
+    if (at.part.begin != at.part.end) return;
+    if (!at_authority_end && already_delimited(which, url[at.part.begin])) return;
+    if (at_authority_end) make_room_for_path(url, at.part.begin);
     if (which == part::domain) {
-        const std::size_t userinfo_end = url.find('@', at.x1);
-        if (userinfo_end == std::string::npos || userinfo_end > at.t)
-            url.insert(at.x1, 1, '@');
-        url.insert(at.x1, 1, ';');
+        const std::size_t userinfo_end = url.find(kUserinfoEnd, at.part.end);
+        if (userinfo_end == std::string::npos || userinfo_end > at.authority.end)
+            url.insert(at.part.end, 1, kUserinfoEnd);
+        url.insert(at.part.end, 1, kDomainEnd);
         return;
     }
-    url.insert(at.x1, 1, '@');
+    url.insert(at.part.end, 1, kUserinfoEnd);
 }
 
-// After the value went in at x0: the delimiters in front of it. At the
-// start of the authority these include the "//" when it is missing.
-void complete(part which, std::string& url, const place& at) {
+// After the value went in at the part's start: the delimiters in front of
+// it. At the start of the authority these include the "//" when it is
+// missing.
+void complete(part which, std::string& url, const part_place& at) {
+    const std::size_t begin = at.part.begin;
     const bool after_colon = which == part::service || which == part::password;
-    if (at.x0 != at.a) {
-        const char leading = which == part::host ? '@' : after_colon ? ':' : '\0';
-        if (leading != '\0' && !byte_before_is(url, at.x0, leading))
-            url.insert(at.x0, 1, leading);
+    if (begin != at.authority.begin) {
+        const char leading =
+            which == part::host ? kUserinfoEnd : after_colon ? kServiceStart : '\0';
+        if (leading != '\0' && !byte_before_is(url, begin, leading)) url.insert(begin, 1, leading);
         return;
     }
-    if (after_colon) url.insert(at.x0, 1, ':');
-    if (!byte_before_is(url, at.x0, '/')) url.insert(at.x0, "//");
+    if (after_colon) url.insert(begin, 1, kServiceStart);
+    if (!byte_before_is(url, begin, kPathSeparator)) url.insert(begin, "//");
 }
 
 // What goes when a part is set to "": the part, with the delimiter that
 // belongs to it, or with the "//" when nothing else is left of the authority.
-url_range erased(part which, const std::string& url, const place& at) {
-    const url_range alone{at.x0, at.x1};
-    const url_range with_slashes =
-        byte_before_is(url, at.x0, '/') ? url_range{at.x0 - 2, at.x1} : alone;
-    const url_range with_colon =
-        byte_before_is(url, at.x0, ':') ? url_range{at.x0 - 1, at.x1} : alone;
+url_range erased(part which, const std::string& url, const part_place& at) {
+    const url_range alone = at.part;
+    const bool starts_authority = at.part.begin == at.authority.begin;
+    const bool ends_authority = at.part.end == at.authority.end;
+    const url_range with_slashes = byte_before_is(url, alone.begin, kPathSeparator)
+                                       ? url_range{alone.begin - 2, alone.end}
+                                       : alone;
+    const url_range with_colon = byte_before_is(url, alone.begin, kServiceStart)
+                                     ? url_range{alone.begin - 1, alone.end}
+                                     : alone;
     const auto followed_by = [&](char c) {
-        return url[at.x1] == c ? url_range{at.x0, at.x1 + 1} : alone;
+        return url[alone.end] == c ? url_range{alone.begin, alone.end + 1} : alone;
     };
-    if (which == part::host) return at.x1 == at.t ? with_slashes : alone;
-    if (which == part::service) return at.x0 == at.a ? with_slashes : with_colon;
-    if (which == part::domain) return at.x1 < at.t ? followed_by(';') : with_slashes;
-    if (which == part::user) {
-        if (at.x0 != at.a) return alone;
-        return at.x1 < at.t ? followed_by('@') : with_slashes;
+    switch (which) {
+        case part::host: return ends_authority ? with_slashes : alone;
+        case part::service: return starts_authority ? with_slashes : with_colon;
+        case part::domain: return ends_authority ? with_slashes : followed_by(kDomainEnd);
+        case part::user:
+            if (!starts_authority) return alone;
+            return ends_authority ? with_slashes : followed_by(kUserinfoEnd);
+        default: return ends_authority ? with_slashes : with_colon;  // the password
     }
-    return at.x1 == at.t ? with_slashes : with_colon;  // the password
 }
 
 std::string& set_part(std::string& url, part which, const std::string& text) {
-    const url_detail::authority_part found = url_detail::locate_in_authority(url, step_of(which));
-    const place at{found.authority.begin, found.authority.end, found.part.begin, found.part.end};
+    const part_place at = place_of(which, url);
     if (text.empty()) {
-        if (at.x0 == 0) return url;
+        if (at.part.begin == 0) return url;
         const url_range gone = erased(which, url, at);
         url.erase(gone.begin, gone.end - gone.begin);
         return url;
     }
     prepare(which, url, at);
-    url.replace(at.x0, at.x1 - at.x0, text);
+    url.replace(at.part.begin, at.part.end - at.part.begin, text);
     complete(which, url, at);
     return url;
 }
@@ -164,56 +177,59 @@ std::string& set_part(std::string& url, part which, const std::string& text) {
 
 std::string& url_set_scheme(std::string& url, const std::string& value, bool encode) {
     const std::string text = inserted_text(value, encode, true);
-    url_range state{0, url.size()};
-    const url_range scheme = url_detail::split_scheme(url, state);
-    // The step moved the state past a ":" (possibly of an empty scheme).
-    const bool has_colon = state.begin > 0;
+    const url_range scheme = split_url(url).scheme;
+    // A ":" after the range: a scheme, possibly an empty one (":x").
+    const bool has_colon = scheme.end < url.size() && url[scheme.end] == kSchemeEnd;
     if (text.empty()) {
-        if (has_colon) url.erase(0, state.begin);
+        if (has_colon) url.erase(0, scheme.end + 1);
         return url;
     }
-    if (!has_colon) url.insert(0, 1, ':');
+    if (!has_colon) url.insert(0, 1, kSchemeEnd);
     url.replace(0, scheme.end, text);
     return url;
 }
 
 std::string& url_set_authority(std::string& url, const std::string& value, bool encode) {
     const std::string text = inserted_text(value, encode, true);
-    const url_range r = url_detail::locate(url, url_detail::split_authority);
+    const url_range authority = split_url(url).authority;
     if (text.empty()) {
-        const std::size_t from = byte_before_is(url, r.begin, '/') ? r.begin - 2 : r.begin;
-        url.erase(from, r.end - from);
+        const std::size_t from = byte_before_is(url, authority.begin, kPathSeparator)
+                                     ? authority.begin - 2
+                                     : authority.begin;
+        url.erase(from, authority.end - from);
         return url;
     }
-    const bool was_empty = r.begin == r.end;
-    if (was_empty) make_room_for_path(url, r.end);
-    url.replace(r.begin, r.end - r.begin, text);
-    if (was_empty && !byte_before_is(url, r.begin, '/')) url.insert(r.begin, "//");
+    const bool was_empty = authority.begin == authority.end;
+    if (was_empty) make_room_for_path(url, authority.end);
+    url.replace(authority.begin, authority.end - authority.begin, text);
+    if (was_empty && !byte_before_is(url, authority.begin, kPathSeparator))
+        url.insert(authority.begin, "//");
     return url;
 }
 
 std::string& url_set_path(std::string& url, const std::string& value, bool encode) {
     // Only repeated slashes are escaped: they would read as an authority.
     const std::string text = inserted_text(value, encode, false);
-    const url_range r = url_detail::locate(url, url_detail::split_path);
-    url.replace(r.begin, r.end - r.begin, text);
+    const url_range path = split_url(url).path;
+    url.replace(path.begin, path.end - path.begin, text);
     // After an authority a path needs its "/"; after a scheme's ":" or at
     // the start it may be relative.
-    if (!text.empty() && r.begin > 0 && url[r.begin - 1] != ':' && text[0] != '/')
-        url.insert(r.begin, 1, '/');
+    if (!text.empty() && path.begin > 0 && url[path.begin - 1] != kSchemeEnd &&
+        text[0] != kPathSeparator)
+        url.insert(path.begin, 1, kPathSeparator);
     return url;
 }
 
 std::string& url_set_params(std::string& url, const std::string& value, bool encode) {
-    return set_delimited(url, url_detail::split_params, ';', inserted_text(value, encode, true));
+    return set_delimited(url, &url_parts::params, kParamsStart, inserted_text(value, encode, true));
 }
 
 std::string& url_set_query(std::string& url, const std::string& value, bool encode) {
-    return set_delimited(url, url_detail::split_query, '?', inserted_text(value, encode, true));
+    return set_delimited(url, &url_parts::query, kQueryStart, inserted_text(value, encode, true));
 }
 
 std::string& url_set_fragment(std::string& url, const std::string& value, bool encode) {
-    return set_delimited(url, url_detail::split_fragment, '#', inserted_text(value, encode, true));
+    return set_delimited(url, &url_parts::fragment, kFragmentStart, inserted_text(value, encode, true));
 }
 
 std::string& url_set_params(std::string& url, const KeyValues& map, bool encode,
@@ -222,18 +238,18 @@ std::string& url_set_params(std::string& url, const KeyValues& map, bool encode,
     // more as a whole, separators included ("a=1" becomes "a%3d1"): the two
     // differ on purpose (see kt/url.h).
     const std::string text = joined(map, encode, pair_separator, key_value_separator);
-    return set_delimited(url, url_detail::split_params, ';', url_encode(text, true));
+    return set_delimited(url, &url_parts::params, kParamsStart, url_encode(text, true));
 }
 
 std::string& url_set_query(std::string& url, const KeyValues& map, bool encode,
                            char pair_separator, char key_value_separator) {
-    return set_delimited(url, url_detail::split_query, '?',
+    return set_delimited(url, &url_parts::query, kQueryStart,
                          joined(map, encode, pair_separator, key_value_separator));
 }
 
 std::string& url_set_fragment(std::string& url, const KeyValues& map, bool encode,
                               char pair_separator, char key_value_separator) {
-    return set_delimited(url, url_detail::split_fragment, '#',
+    return set_delimited(url, &url_parts::fragment, kFragmentStart,
                          joined(map, encode, pair_separator, key_value_separator));
 }
 
@@ -291,7 +307,7 @@ std::string url_new_params(const std::string& url, const KeyValues& map, bool en
                            char pair_separator, char key_value_separator) {
     // Unlike url_set_params() with a map, the joined text is not encoded again.
     std::string copy(url);
-    return std::move(set_delimited(copy, url_detail::split_params, ';',
+    return std::move(set_delimited(copy, &url_parts::params, kParamsStart,
                                    joined(map, encode, pair_separator, key_value_separator)));
 }
 
