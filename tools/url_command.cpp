@@ -236,7 +236,7 @@ int runUrl(cli::Arguments& args) {
         if (sub == s.name) {
             int status = s.run(args);
             std::cout.flush();
-            if (!std::cout) throw cli::RunError("write failed");
+            if (!std::cout) cli::writeFailed("write failed");
             return status;
         }
     throw cli::UsageError("unknown subcommand '" + sub + "'");
