@@ -198,10 +198,7 @@ public:
             if (i < size) tail(static_cast<unsigned char>(bytes[i]), offset_ + i);
         }
         offset_ += size;
-        std::size_t whole = kept_ - kept_ % codec_.charsPerGroup;
-        decode(whole);
-        std::memmove(digits_.get(), digits_.get() + whole, kept_ - whole);
-        kept_ -= whole;
+        decodeWholeGroups();
     }
 
     void finish() {
@@ -261,12 +258,22 @@ private:
         }
     }
 
+    void decodeWholeGroups() {
+        std::size_t whole = kept_ - kept_ % codec_.charsPerGroup;
+        decode(whole);
+        std::memmove(digits_.get(), digits_.get() + whole, kept_ - whole);
+        kept_ -= whole;
+    }
+
     void decode(std::size_t count) {
         runCodec(codec_.decode, digits_.get(), count, decoded_);
         cli::writeAll(out_, decoded_.data, std::size_t(decoded_.length));
     }
 
-    cli::RunError failure(const std::string& what, unsigned long long at) const {
+    // The error for a fault at `at`; what decoded before it is written first,
+    // as other decoders do.
+    cli::RunError failure(const std::string& what, unsigned long long at) {
+        decodeWholeGroups();
         return cli::RunError(what + " at byte offset " + std::to_string(at));
     }
 

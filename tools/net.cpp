@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "kt/KTException.h"
 #include "kt/KTString.h"
 #include "kt/url.h"
 
@@ -162,9 +163,20 @@ std::string requestFor(const KT::RURI& uri) {
 }
 
 ktbase::ref<KT::RSocket> connectTo(const KT::RURI& uri, int seconds) {
-    std::string text = uri.uri.c_str();
-    if (!*uri.host.c_str()) throw cli::UsageError("no host in '" + text + "'");
-    ktbase::ref<KT::RSocket> socket = uri.getSocket();
+    std::string text = uri.uri.c_str(), host = uri.host.c_str();
+    if (host.empty()) throw cli::UsageError("no host in '" + text + "'");
+    // The descriptor keeps the port in 16 bits, so 83617 would quietly become
+    // 18081: the written port is checked before anything is opened.
+    std::string port = ktbase::url_service(text, false);
+    bool digits = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+    if (!port.empty() && (!digits || std::stol(port) < 1 || std::stol(port) > 65535))
+        throw cli::UsageError("port '" + port + "' is not a number from 1 to 65535");
+    ktbase::ref<KT::RSocket> socket;
+    try {
+        socket = uri.getSocket();
+    } catch (const KT::CNetworkException& e) {
+        throw cli::RunError("cannot resolve host '" + host + "': " + e.msg());
+    }
     if (!socket) throw cli::UsageError("no port in '" + text + "'");
     setTimeouts(*socket, seconds);
     if (socket->connect(nullptr) != 0)

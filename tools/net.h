@@ -78,8 +78,9 @@ std::string requestFor(const KT::RURI& uri);
 
 /// Opens the socket that `uri` names with getSocket(), bounds its waits to
 /// `seconds` and connects it. Throws cli::UsageError when the URI names no
-/// port or host, cli::RunError when the connection fails, and
-/// KT::CNetworkException when the host name does not resolve.
+/// port or host, or a port that is not a number from 1 to 65535, and
+/// cli::RunError naming the host when it does not resolve or the connection
+/// fails.
 ktbase::ref<KT::RSocket> connectTo(const KT::RURI& uri, int seconds);
 
 /// A response's head with its parsed status line.
