@@ -266,13 +266,59 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
     EXPECT_TRUE(roundTrip(first, bytes) == bytes);
     EXPECT_TRUE(roundTrip(second, bytes.substr(5)) == bytes.substr(5));
 
-    // A third connection waits in the backlog until one of the two ends.
+    // A third connection is turned away at once; once one of the two ends,
+    // the next is served.
     kttest::Fd third = kttest::rawConnect(server.address());
-    kttest::writeRaw(third.get(), "third");
-    pollfd waiting{third.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&waiting, 1, 300), 0) << "served beyond --max-connections";
+    EXPECT_EQ(kttest::readRaw(third.get(), 1000).substr(0, 34), "HTTP/1.0 503 Service Unavailable\r\n");
     first.close();
-    EXPECT_EQ(kttest::readRaw(third.get(), 5), "third");
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    kttest::Fd fourth = kttest::rawConnect(server.address());
+    EXPECT_TRUE(roundTrip(fourth, "fourth") == "fourth");
+}
+
+TEST(NetToolTest, ServeAnswersInTimeWhateverClientsDo) {
+    test::Folder root;
+    root.write("a.txt", "hello\n");
+    // The log lines follow the port's line on the same pipe.
+    Listening server({"/bin/sh", "-c", "exec \"$0\" serve --port 0 --root \"$1\" --max-connections 2 --timeout 1 2>&1",
+                      test::ktProgram(), root.path()},
+                     "kt serve: listening on 127.0.0.1:");
+    ASSERT_NE(server.port(), 0);
+    // A request, the start of its answer, and the end of its log line.
+    const struct {
+        std::string request, answer, log;
+    } rows[] = {
+        {"GET /" + std::string(8200, 'a') + " HTTP/1.0\r\n\r\n", "HTTP/1.0 431 Request Header Fields Too Large\r\n",
+         " \"-\" 431\n"},
+        {"GET / HTTP/1.0\r\n" + std::string(16400, 'x') + "\r\n\r\n", "HTTP/1.0 431 ", " \"-\" 431\n"},
+        {"GET /\x1b[2J\"\xff\n HTTP/1.0\r\n\r\n", "HTTP/1.0 400 ", " \"GET /\\x1B[2J\\x22\\xFF\" 400\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.log);
+        kttest::Fd client = kttest::rawConnect(server.address());
+        kttest::writeRaw(client.get(), row.request);
+        EXPECT_EQ(kttest::readRaw(client.get(), 1 << 20).substr(0, row.answer.size()), row.answer);
+        EXPECT_NE(server.child().read(row.log).find(row.log), std::string::npos);
+    }
+
+    // Two clients hold both slots, one silent and one trickling: a third is
+    // answered 503 at once, and both are closed --timeout after they came.
+    auto start = std::chrono::steady_clock::now();
+    kttest::Fd silent = kttest::rawConnect(server.address()), trickling = kttest::rawConnect(server.address());
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    kttest::Fd third = kttest::rawConnect(server.address());
+    kttest::writeRaw(third.get(), "GET /a.txt HTTP/1.0\r\n\r\n");
+    EXPECT_EQ(kttest::readRaw(third.get(), 1000),
+              "HTTP/1.0 503 Service Unavailable\r\nServer: kt\r\nContent-Type: text/plain\r\nContent-Length: 24\r\n"
+              "Connection: close\r\nRetry-After: 1\r\n\r\n503 Service Unavailable\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600));
+    for (const char* c = "GET /a.txt"; *c && std::chrono::steady_clock::now() - start < std::chrono::seconds(3); ++c) {
+        ::send(trickling.get(), c, 1, MSG_NOSIGNAL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    EXPECT_EQ(kttest::readRaw(trickling.get(), 1), "");
+    EXPECT_EQ(kttest::readRaw(silent.get(), 1), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
 }
 
 TEST(NetToolTest, StopSignalsEndServeAndCloseEveryDescriptor) {
