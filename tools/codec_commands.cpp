@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "cli.h"
 #include "commands.h"
@@ -98,19 +99,21 @@ public:
 
     void write(const char* text, std::size_t size) {
         if (wrap_ == 0) return cli::writeAll(out_, text, size);
-        lines_.clear();
+        if (lines_.size() < size + size / wrap_ + 1) lines_.resize(size + size / wrap_ + 1);
+        char* line = lines_.data();
         while (size > 0) {
             std::size_t room = std::min(size, wrap_ - column_);
-            lines_.append(text, room);
+            std::memcpy(line, text, room);
+            line += room;
             text += room;
             size -= room;
             column_ += room;
             if (column_ == wrap_) {
-                lines_ += '\n';
+                *line++ = '\n';
                 column_ = 0;
             }
         }
-        cli::writeAll(out_, lines_.data(), lines_.size());
+        cli::writeAll(out_, lines_.data(), std::size_t(line - lines_.data()));
     }
     /// Ends the last line, as line-wrapping encoders do.
     void finish() {
@@ -121,7 +124,7 @@ private:
     std::FILE* out_;
     std::size_t wrap_;
     std::size_t column_ = 0;
-    std::string lines_;
+    std::vector<char> lines_;  // kept from block to block
 };
 
 void encodeStream(const Codec& codec, std::FILE* in, std::FILE* out, long wrap, bool lower) {
