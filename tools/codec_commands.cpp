@@ -5,6 +5,7 @@
 #endif
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -127,6 +128,18 @@ private:
     std::vector<char> lines_;  // kept from block to block
 };
 
+// Hex digits in lower case. The library writes A-F; setting bit 0x20 lowers
+// them and leaves '0'-'9' as they are, so eight digits go at once.
+void toLower(char* text, std::size_t size) {
+    std::size_t i = 0;
+    for (std::uint64_t word; i + 8 <= size; i += 8) {
+        std::memcpy(&word, text + i, 8);
+        word |= 0x2020202020202020u;
+        std::memcpy(text + i, &word, 8);
+    }
+    for (; i < size; ++i) text[i] = char(text[i] | 0x20);
+}
+
 void encodeStream(const Codec& codec, std::FILE* in, std::FILE* out, long wrap, bool lower) {
     std::unique_ptr<char[]> block(new char[kBlock]);
     KT::CBuffer encoded;
@@ -135,9 +148,7 @@ void encodeStream(const Codec& codec, std::FILE* in, std::FILE* out, long wrap, 
         runCodec(codec.encode, block.get(), got, encoded);
         char* text = reinterpret_cast<char*>(encoded.data);
         std::size_t size = std::size_t(encoded.length);
-        // The library writes A-F; 0x20 lowers them and leaves '0'-'9' as they are.
-        if (lower)
-            for (std::size_t i = 0; i < size; ++i) text[i] = char(text[i] | 0x20);
+        if (lower) toLower(text, size);
         lines.write(text, size);
     }
     lines.finish();
