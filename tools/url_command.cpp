@@ -76,7 +76,8 @@ struct UrlList {
         }
         std::istream& in = file == "-" ? std::cin : opened;
         std::string line;
-        while (std::getline(in, line)) {
+        // Stops early once output fails, as when its reader has gone.
+        while (std::cout && std::getline(in, line)) {
             if (!line.empty() && line.back() == '\r') line.pop_back();  // a file from Windows
             if (!line.empty()) handle(line);
         }
