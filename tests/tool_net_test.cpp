@@ -1,4 +1,4 @@
-// End-to-end tests of kt demo, kt fetch and kt serve: the real program against
+// End-to-end tests of kt fetch and kt serve: the real program against
 // curl, python's http.server and scripted peers, on 127.0.0.1 only, with
 // ports chosen by the system and every wait bounded.
 #include <gtest/gtest.h>
@@ -73,28 +73,6 @@ void expectFetch(std::vector<std::string> args, std::uint16_t port, int status,
 Listening serve(std::vector<std::string> args) {
     args.insert(args.begin(), {test::ktProgram(), "serve", "--port", "0"});
     return Listening(args, "kt serve: listening on 127.0.0.1:");
-}
-
-TEST(NetToolTest, DemoShowsTheParsedUriAndWhatCrossed) {
-    test::ProcessResult result = kt({"demo"}, "", kLimit);
-    ASSERT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.err, "");
-    const std::string marker = "listens on 127.0.0.1:";
-    std::size_t at = result.out.find(marker);
-    ASSERT_NE(at, std::string::npos) << result.out;
-    std::uint16_t port = std::uint16_t(std::atoi(result.out.c_str() + at + marker.size()));
-    const std::string lines[] = {
-        "2. KT::RURI parses \"http://user:pw@127.0.0.1:PORT/hello?x=1#top\"\n",
-        "   scheme    3 (http)\n", "   user      user\n", "   password  pw\n",
-        "   host      127.0.0.1\n", "   port      PORT\n", "   path      /hello\n",
-        "   query     x=1   (ktbase::url_query_kvmap: x = 1)\n",
-        "   fragment  top   (ktbase::url_fragment)\n", "   | GET /hello?x=1 HTTP/1.0\\r\\n\n",
-        "   | Authorization: Basic dXNlcjpwdw==\\r\\n\n", "status 200 OK, body of 39 bytes\n",
-        "   | Hello, user! You asked for /hello?x=1.\\n\n",
-        "   hex     48656C6C6F2C20757365722120596F752061736B656420666F72202F68656C6C\n"
-        "           6F3F783D312E0A\n",
-        "   Base64  SGVsbG8sIHVzZXIhIFlvdSBhc2tlZCBmb3IgL2hlbGxvP3g9MS4K\n", "\nBoth ends agree: "};
-    for (const std::string& line : lines) EXPECT_NE(result.out.find(withPort(line, port)), std::string::npos) << line;
 }
 
 TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
