@@ -238,6 +238,7 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
         }
         return back;
     };
+    const int idle = descriptorsOf(server.child().pid());
     kttest::Fd first = kttest::rawConnect(server.address());
     kttest::Fd second = kttest::rawConnect(server.address());
     std::string bytes = test::randomBytes(100000, 3);
@@ -249,7 +250,7 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
     kttest::Fd third = kttest::rawConnect(server.address());
     EXPECT_EQ(kttest::readRaw(third.get(), 1000).substr(0, 34), "HTTP/1.0 503 Service Unavailable\r\n");
     first.close();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(descriptorsOf(server.child().pid(), idle + 1), idle + 1);  // the slot is free again
     kttest::Fd fourth = kttest::rawConnect(server.address());
     EXPECT_TRUE(roundTrip(fourth, "fourth") == "fourth");
 }
@@ -271,12 +272,15 @@ TEST(NetToolTest, ServeAnswersInTimeWhateverClientsDo) {
         {"GET / HTTP/1.0\r\n" + std::string(16400, 'x') + "\r\n\r\n", "HTTP/1.0 431 ", " \"-\" 431\n"},
         {"GET /\x1b[2J\"\xff\n HTTP/1.0\r\n\r\n", "HTTP/1.0 400 ", " \"GET /\\x1B[2J\\x22\\xFF\" 400\n"},
     };
+    const int idle = descriptorsOf(server.child().pid());
     for (const auto& row : rows) {
         SCOPED_TRACE(row.log);
         kttest::Fd client = kttest::rawConnect(server.address());
         kttest::writeRaw(client.get(), row.request);
         EXPECT_EQ(kttest::readRaw(client.get(), 1 << 20).substr(0, row.answer.size()), row.answer);
         EXPECT_NE(server.child().read(row.log).find(row.log), std::string::npos);
+        client.close();
+        EXPECT_EQ(descriptorsOf(server.child().pid(), idle), idle);  // its slot is free again
     }
 
     // Two clients hold both slots, one silent and one trickling: a third is
