@@ -1,4 +1,4 @@
-// End-to-end tests of kt demo, kt fetch and kt serve: the real program against
+// End-to-end tests of kt fetch and kt serve: the real program against
 // curl, python's http.server and scripted peers, on 127.0.0.1 only, with
 // ports chosen by the system and every wait bounded.
 #include <gtest/gtest.h>
@@ -73,28 +73,6 @@ void expectFetch(std::vector<std::string> args, std::uint16_t port, int status,
 Listening serve(std::vector<std::string> args) {
     args.insert(args.begin(), {test::ktProgram(), "serve", "--port", "0"});
     return Listening(args, "kt serve: listening on 127.0.0.1:");
-}
-
-TEST(NetToolTest, DemoShowsTheParsedUriAndWhatCrossed) {
-    test::ProcessResult result = kt({"demo"}, "", kLimit);
-    ASSERT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.err, "");
-    const std::string marker = "listens on 127.0.0.1:";
-    std::size_t at = result.out.find(marker);
-    ASSERT_NE(at, std::string::npos) << result.out;
-    std::uint16_t port = std::uint16_t(std::atoi(result.out.c_str() + at + marker.size()));
-    const std::string lines[] = {
-        "2. KT::RURI parses \"http://user:pw@127.0.0.1:PORT/hello?x=1#top\"\n",
-        "   scheme    3 (http)\n", "   user      user\n", "   password  pw\n",
-        "   host      127.0.0.1\n", "   port      PORT\n", "   path      /hello\n",
-        "   query     x=1   (ktbase::url_query_kvmap: x = 1)\n",
-        "   fragment  top   (ktbase::url_fragment)\n", "   | GET /hello?x=1 HTTP/1.0\\r\\n\n",
-        "   | Authorization: Basic dXNlcjpwdw==\\r\\n\n", "status 200 OK, body of 39 bytes\n",
-        "   | Hello, user! You asked for /hello?x=1.\\n\n",
-        "   hex     48656C6C6F2C20757365722120596F752061736B656420666F72202F68656C6C\n"
-        "           6F3F783D312E0A\n",
-        "   Base64  SGVsbG8sIHVzZXIhIFlvdSBhc2tlZCBmb3IgL2hlbGxvP3g9MS4K\n", "\nBoth ends agree: "};
-    for (const std::string& line : lines) EXPECT_NE(result.out.find(withPort(line, port)), std::string::npos) << line;
 }
 
 TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
@@ -260,19 +238,69 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
         }
         return back;
     };
+    const int idle = descriptorsOf(server.child().pid());
     kttest::Fd first = kttest::rawConnect(server.address());
     kttest::Fd second = kttest::rawConnect(server.address());
     std::string bytes = test::randomBytes(100000, 3);
     EXPECT_TRUE(roundTrip(first, bytes) == bytes);
     EXPECT_TRUE(roundTrip(second, bytes.substr(5)) == bytes.substr(5));
 
-    // A third connection waits in the backlog until one of the two ends.
+    // A third connection is turned away at once; once one of the two ends,
+    // the next is served.
     kttest::Fd third = kttest::rawConnect(server.address());
-    kttest::writeRaw(third.get(), "third");
-    pollfd waiting{third.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&waiting, 1, 300), 0) << "served beyond --max-connections";
+    EXPECT_EQ(kttest::readRaw(third.get(), 1000).substr(0, 34), "HTTP/1.0 503 Service Unavailable\r\n");
     first.close();
-    EXPECT_EQ(kttest::readRaw(third.get(), 5), "third");
+    EXPECT_EQ(descriptorsOf(server.child().pid(), idle + 1), idle + 1);  // the slot is free again
+    kttest::Fd fourth = kttest::rawConnect(server.address());
+    EXPECT_TRUE(roundTrip(fourth, "fourth") == "fourth");
+}
+
+TEST(NetToolTest, ServeAnswersInTimeWhateverClientsDo) {
+    test::Folder root;
+    root.write("a.txt", "hello\n");
+    // The log lines follow the port's line on the same pipe.
+    Listening server({"/bin/sh", "-c", "exec \"$0\" serve --port 0 --root \"$1\" --max-connections 2 --timeout 1 2>&1",
+                      test::ktProgram(), root.path()},
+                     "kt serve: listening on 127.0.0.1:");
+    ASSERT_NE(server.port(), 0);
+    // A request, the start of its answer, and the end of its log line.
+    const struct {
+        std::string request, answer, log;
+    } rows[] = {
+        {"GET /" + std::string(8200, 'a') + " HTTP/1.0\r\n\r\n", "HTTP/1.0 431 Request Header Fields Too Large\r\n",
+         " \"-\" 431\n"},
+        {"GET / HTTP/1.0\r\n" + std::string(16400, 'x') + "\r\n\r\n", "HTTP/1.0 431 ", " \"-\" 431\n"},
+        {"GET /\x1b[2J\"\xff\n HTTP/1.0\r\n\r\n", "HTTP/1.0 400 ", " \"GET /\\x1B[2J\\x22\\xFF\" 400\n"},
+    };
+    const int idle = descriptorsOf(server.child().pid());
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.log);
+        kttest::Fd client = kttest::rawConnect(server.address());
+        kttest::writeRaw(client.get(), row.request);
+        EXPECT_EQ(kttest::readRaw(client.get(), 1 << 20).substr(0, row.answer.size()), row.answer);
+        EXPECT_NE(server.child().read(row.log).find(row.log), std::string::npos);
+        client.close();
+        EXPECT_EQ(descriptorsOf(server.child().pid(), idle), idle);  // its slot is free again
+    }
+
+    // Two clients hold both slots, one silent and one trickling: a third is
+    // answered 503 at once, and both are closed --timeout after they came.
+    auto start = std::chrono::steady_clock::now();
+    kttest::Fd silent = kttest::rawConnect(server.address()), trickling = kttest::rawConnect(server.address());
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    kttest::Fd third = kttest::rawConnect(server.address());
+    kttest::writeRaw(third.get(), "GET /a.txt HTTP/1.0\r\n\r\n");
+    EXPECT_EQ(kttest::readRaw(third.get(), 1000),
+              "HTTP/1.0 503 Service Unavailable\r\nServer: kt\r\nContent-Type: text/plain\r\nContent-Length: 24\r\n"
+              "Connection: close\r\nRetry-After: 1\r\n\r\n503 Service Unavailable\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600));
+    for (const char* c = "GET /a.txt"; *c && std::chrono::steady_clock::now() - start < std::chrono::seconds(3); ++c) {
+        ::send(trickling.get(), c, 1, MSG_NOSIGNAL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    EXPECT_EQ(kttest::readRaw(trickling.get(), 1), "");
+    EXPECT_EQ(kttest::readRaw(silent.get(), 1), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
 }
 
 TEST(NetToolTest, StopSignalsEndServeAndCloseEveryDescriptor) {

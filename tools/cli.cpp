@@ -52,16 +52,20 @@ std::FILE* openOutput(const std::string& path) {
     return stream;
 }
 
+void writeFailed(const std::string& what) {
+    if (errno == EPIPE) throw OutputClosed();
+    throw RunError(what + ": " + std::strerror(errno));
+}
+
 void closeStream(std::FILE* stream, const std::string& path) {
     bool failed = std::ferror(stream) != 0;
     if (stream == stdout) failed = std::fflush(stream) != 0 || failed;
     else if (stream != stdin) failed = std::fclose(stream) != 0 || failed;
-    if (failed) throw RunError("cannot write '" + (isStandard(path) ? std::string("-") : path) + "'");
+    if (failed) writeFailed("cannot write '" + (isStandard(path) ? std::string("-") : path) + "'");
 }
 
 void writeAll(std::FILE* stream, const void* bytes, std::size_t size) {
-    if (size > 0 && std::fwrite(bytes, 1, size, stream) != size)
-        throw RunError(std::string("write failed: ") + std::strerror(errno));
+    if (size > 0 && std::fwrite(bytes, 1, size, stream) != size) writeFailed("write failed");
 }
 
 }  // namespace cli

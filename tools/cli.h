@@ -22,6 +22,16 @@ struct RunError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Thrown when the reader of standard output has gone (EPIPE, as in
+/// `kt hex big | head`): main ends quietly with Success, as filters do.
+struct OutputClosed : std::runtime_error {
+    OutputClosed() : std::runtime_error("output closed") {}
+};
+
+/// Throws OutputClosed when errno is EPIPE, else RunError(`what` and the
+/// system's message).
+[[noreturn]] void writeFailed(const std::string& what);
+
 /// The arguments after the command's name, consumed front to back.
 class Arguments {
 public:

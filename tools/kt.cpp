@@ -1,4 +1,5 @@
 // kt - the libkt command-line tool.
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -50,6 +51,9 @@ int main(int argc, char** argv) {
         printUsage(stderr);
         return cli::BadUsage;
     }
+    // A reader that goes away shows as EPIPE on the next write, which every
+    // command handles, instead of a signal that kills mid-way.
+    std::signal(SIGPIPE, SIG_IGN);
     std::string name = argv[1];
     if (cli::isHelp(name) || name == "help") {
         printUsage(stdout);
@@ -63,6 +67,8 @@ int main(int argc, char** argv) {
         } catch (const cli::UsageError& e) {
             std::fprintf(stderr, "kt %s: %s (see kt %s --help)\n", command.name, e.what(), command.name);
             return cli::BadUsage;
+        } catch (const cli::OutputClosed&) {
+            return cli::Success;
         } catch (const cli::RunError& e) {
             std::fprintf(stderr, "kt %s: %s\n", command.name, e.what());
         } catch (const KT::CException& e) {

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "kt/KTException.h"
 #include "kt/KTString.h"
 #include "kt/url.h"
 
@@ -106,13 +107,25 @@ std::string Head::field(const std::string& name) const {
     return "";
 }
 
-Head readHead(const KT::RSocket& socket, std::size_t limit) {
+Head readHead(const KT::RSocket& socket, const HeadLimits& limits) {
     std::string data;
     char chunk[4096];
     for (;;) {
-        std::size_t end = headEnd(data);
+        std::size_t end = headEnd(data), line = data.find('\n');
+        if (std::min(line, data.size()) > limits.line)
+            throw HeadTooLarge("start line longer than " + std::to_string(limits.line) + " bytes");
+        if (std::min(end, data.size()) > limits.head)
+            throw HeadTooLarge("head longer than " + std::to_string(limits.head) + " bytes");
         if (end != std::string::npos) return Head{data.substr(0, end), data.substr(end)};
-        if (data.size() > limit) throw cli::RunError("head longer than " + std::to_string(limit) + " bytes");
+        if (limits.deadline != std::chrono::steady_clock::time_point{}) {
+            // Each wait gets only the time left, so that a peer sending a
+            // byte now and then cannot stretch the whole.
+            auto left = std::chrono::duration_cast<std::chrono::microseconds>(limits.deadline -
+                                                                              std::chrono::steady_clock::now());
+            if (left.count() <= 0) throw cli::RunError("head not complete in time");
+            timeval wait{time_t(left.count() / 1000000), suseconds_t(left.count() % 1000000)};
+            ::setsockopt(socket.descriptor, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+        }
         int n = socket.read2(chunk, int(sizeof chunk));
         if (n < 0) throw transferError("receive failed");
         if (n == 0) throw cli::RunError("connection closed before the end of the head");
@@ -127,6 +140,8 @@ const char* reason(int status) {
         case 403: return "Forbidden";
         case 404: return "Not Found";
         case 405: return "Method Not Allowed";
+        case 431: return "Request Header Fields Too Large";
+        case 503: return "Service Unavailable";
         default: return "Unknown";
     }
 }
@@ -162,9 +177,20 @@ std::string requestFor(const KT::RURI& uri) {
 }
 
 ktbase::ref<KT::RSocket> connectTo(const KT::RURI& uri, int seconds) {
-    std::string text = uri.uri.c_str();
-    if (!*uri.host.c_str()) throw cli::UsageError("no host in '" + text + "'");
-    ktbase::ref<KT::RSocket> socket = uri.getSocket();
+    std::string text = uri.uri.c_str(), host = uri.host.c_str();
+    if (host.empty()) throw cli::UsageError("no host in '" + text + "'");
+    // The descriptor keeps the port in 16 bits, so 83617 would quietly become
+    // 18081: the written port is checked before anything is opened.
+    std::string port = ktbase::url_service(text, false);
+    bool digits = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+    if (!port.empty() && (!digits || std::stol(port) < 1 || std::stol(port) > 65535))
+        throw cli::UsageError("port '" + port + "' is not a number from 1 to 65535");
+    ktbase::ref<KT::RSocket> socket;
+    try {
+        socket = uri.getSocket();
+    } catch (const KT::CNetworkException& e) {
+        throw cli::RunError("cannot resolve host '" + host + "': " + e.msg());
+    }
     if (!socket) throw cli::UsageError("no port in '" + text + "'");
     setTimeouts(*socket, seconds);
     if (socket->connect(nullptr) != 0)

@@ -2,6 +2,7 @@
 // message heads as they cross the wire, and the request made from a URI.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -54,10 +55,24 @@ struct Head {
     std::string field(const std::string& name) const;
 };
 
+/// Thrown by readHead() for a head or a start line longer than allowed.
+struct HeadTooLarge : cli::RunError {
+    using cli::RunError::RunError;
+};
+
+/// Limits on reading a head: its size, its start line's, and a moment by
+/// which it must be complete (none by default: each wait is then bounded by
+/// the socket's own timeout).
+struct HeadLimits {
+    std::size_t head = 65536;
+    std::size_t line = 65536;
+    std::chrono::steady_clock::time_point deadline{};
+};
+
 /// Reads from `socket` until the blank line that ends a head ("\r\n\r\n",
-/// or bare "\n\n"). Throws cli::RunError when the peer closes first, a wait
-/// fails or times out, or the head grows past `limit` bytes.
-Head readHead(const KT::RSocket& socket, std::size_t limit = 65536);
+/// or bare "\n\n"). Throws HeadTooLarge past a limit, and cli::RunError when
+/// the peer closes first, a wait fails or times out, or the deadline passes.
+Head readHead(const KT::RSocket& socket, const HeadLimits& limits = {});
 
 /// The reason phrase of an HTTP status code that kt serve and kt demo send.
 const char* reason(int status);
@@ -75,8 +90,9 @@ std::string requestFor(const KT::RURI& uri);
 
 /// Opens the socket that `uri` names with getSocket(), bounds its waits to
 /// `seconds` and connects it. Throws cli::UsageError when the URI names no
-/// port or host, cli::RunError when the connection fails, and
-/// KT::CNetworkException when the host name does not resolve.
+/// port or host, or a port that is not a number from 1 to 65535, and
+/// cli::RunError naming the host when it does not resolve or the connection
+/// fails.
 ktbase::ref<KT::RSocket> connectTo(const KT::RURI& uri, int seconds);
 
 /// A response's head with its parsed status line.

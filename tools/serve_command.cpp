@@ -5,9 +5,9 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -41,13 +41,19 @@ const char kUsage[] =
     "  --echo                send every byte back as it arrives\n"
     "  --bind ADDR           the IPv4 address to listen on (default 127.0.0.1)\n"
     "  --port N              the port (default 8080; 0: one the system picks)\n"
-    "  --max-connections N   connections served at once (default 64); further\n"
-    "                        ones wait to be accepted\n"
-    "  --timeout SECONDS     close a connection silent this long (default 30)\n"
+    "  --max-connections N   connections served at once (default 64); while\n"
+    "                        that many are open, a new one is answered 503 with\n"
+    "                        Retry-After at once and closed\n"
+    "  --timeout SECONDS     with --root, the time a request head may take from\n"
+    "                        the connection's start; with --echo, the longest\n"
+    "                        silence (default 30)\n"
     "  -h, --help            print this help\n"
     "\n"
-    "Once listening it prints 'kt serve: listening on ADDR:PORT' on standard\n"
-    "output, then one line per request (or echo connection) on standard error.\n"
+    "A request head over 16 KiB, or a request line over 8 KiB, is answered 431.\n"
+    "Once listening it prints 'kt serve: listening on ADDR:PORT' (the port bound,\n"
+    "also for --port 0) on standard output, then one line per request (or echo\n"
+    "connection) on standard error, with control characters and bytes from 128\n"
+    "up written as \\xNN.\n"
     "SIGINT or SIGTERM stops it: it takes no more connections, closes the open\n"
     "ones and exits.\n"
     "\n"
@@ -105,10 +111,10 @@ public:
     Connections& operator=(const Connections&) = delete;
     ~Connections() { stopAll(); }
 
-    /// Joins the finished threads and waits until fewer than `limit`
-    /// connections are open. Returns false when a stop was asked for.
-    bool waitForSlot() {
-        std::unique_lock<std::mutex> lock(mutex_);
+    /// Joins the finished threads; returns true when `limit` connections
+    /// are still open.
+    bool full() {
+        std::lock_guard<std::mutex> lock(mutex_);
         for (auto c = connections_.begin(); c != connections_.end();) {
             if (!c->finished) {
                 ++c;
@@ -117,9 +123,7 @@ public:
             c->thread.join();  // it has released the lock: only its exit is left
             c = connections_.erase(c);
         }
-        // Polled: a signal handler cannot notify a condition variable.
-        while (open_ >= limit_ && !gStop) freed_.wait_for(lock, std::chrono::milliseconds(100));
-        return !gStop;
+        return open_ >= limit_;
     }
 
     /// Serves `socket` with `handler` on a new thread.
@@ -169,11 +173,9 @@ private:
         c.socket->close();
         c.finished = true;
         --open_;
-        freed_.notify_one();
     }
 
     std::mutex mutex_;
-    std::condition_variable freed_;
     std::list<Connection> connections_;  // a list: threads hold references to their entries
     std::size_t open_ = 0;
     std::size_t limit_;
@@ -250,10 +252,55 @@ const char* contentType(const std::string& file) {
     return "application/octet-stream";
 }
 
-void serveFiles(const KT::RSocket& socket, const std::string& root) {
+// A request line for the log: quotes, backslashes, control characters and
+// bytes from 128 up as \xNN, so that no client can forge or break a line.
+std::string logged(const std::string& line) {
+    std::string out;
+    for (unsigned char c : line) {
+        if (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') {
+            out += char(c);
+        } else {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02X", c);
+            out += escape;
+        }
+    }
+    return out;
+}
+
+void logRequest(const KT::RSocket& socket, const std::string& line, int status) {
+    std::fprintf(stderr, "kt serve: %s \"%s\" %d\n", net::remoteEnd(socket).c_str(), logged(line).c_str(), status);
+}
+
+// Sends a short error answer (and its body unless `body` is false).
+void sendError(const KT::RSocket& socket, int status, bool body = true) {
+    std::string text = std::to_string(status) + " " + net::reason(status) + "\n";
+    std::string extra = status == 405 ? "Allow: GET, HEAD\r\n" : status == 503 ? "Retry-After: 1\r\n" : "";
+    net::sendAll(socket, net::responseHead(status, "text/plain", (long long)text.size(), extra) + (body ? text : ""));
+}
+
+// Ends a connection whose request was not read to its end: closing with
+// unread bytes would reset it and could destroy the answer on its way, so
+// the rest is read and dropped first, within a second.
+void closeAfterAnswer(const KT::RSocket& socket) {
+    ::shutdown(socket.descriptor, SHUT_WR);
+    timeval second{1, 0};
+    ::setsockopt(socket.descriptor, SOL_SOCKET, SO_RCVTIMEO, &second, sizeof second);
+    char chunk[16384];
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (std::chrono::steady_clock::now() < end && ::recv(socket.descriptor, chunk, sizeof chunk, 0) > 0) {
+    }
+}
+
+void serveFiles(const KT::RSocket& socket, const std::string& root, std::chrono::seconds timeout) {
     net::Head request;
+    net::HeadLimits limits{16384, 8192, std::chrono::steady_clock::now() + timeout};
     try {
-        request = net::readHead(socket, 16384);
+        request = net::readHead(socket, limits);
+    } catch (const net::HeadTooLarge&) {
+        logRequest(socket, "-", 431);
+        sendError(socket, 431);
+        return closeAfterAnswer(socket);
     } catch (const cli::RunError&) {
         return;  // the client went away or kept silent: nobody to answer
     }
@@ -265,15 +312,8 @@ void serveFiles(const KT::RSocket& socket, const std::string& root) {
         file.reset(std::fopen(t.file.c_str(), "rbe"));
         if (!file || ::fstat(fileno(file.get()), &info) != 0) t.status = errno == EACCES ? 403 : 404;
     }
-    std::fprintf(stderr, "kt serve: %s \"%s\" %d\n", net::remoteEnd(socket).c_str(), line.c_str(), t.status);
-
-    if (t.status != 200) {
-        std::string text = std::to_string(t.status) + " " + net::reason(t.status) + "\n";
-        std::string allow = t.status == 405 ? "Allow: GET, HEAD\r\n" : "";
-        net::sendAll(socket, net::responseHead(t.status, "text/plain", (long long)text.size(), allow) +
-                                 (t.body ? text : ""));
-        return;
-    }
+    logRequest(socket, line, t.status);
+    if (t.status != 200) return sendError(socket, t.status, t.body);
     if (!net::sendAll(socket, net::responseHead(200, contentType(t.file), (long long)info.st_size)) || !t.body)
         return;
     char chunk[65536];
@@ -334,17 +374,28 @@ int runServe(cli::Arguments& args) {
         return cli::Success;
     }
     std::string root = o.echo ? "" : realFolder(o.root);
-    Handler handler = o.echo ? Handler(serveEcho) : [root](const KT::RSocket& s) { serveFiles(s, root); };
+    std::chrono::seconds timeout(o.timeout);
+    Handler handler = o.echo ? Handler(serveEcho)
+                             : [root, timeout](const KT::RSocket& s) { serveFiles(s, root, timeout); };
 
-    KT::RServerSocket server(o.bind.c_str(), KT::UInt16(o.port), SOCK_STREAM, KT::RSocket::CloseOnExec);
-    server.listen(64);
+    std::unique_ptr<KT::RServerSocket> listener;
+    try {
+        listener.reset(new KT::RServerSocket(o.bind.c_str(), KT::UInt16(o.port), SOCK_STREAM,
+                                             KT::RSocket::CloseOnExec));
+        listener->listen(128);
+    } catch (const KT::CNetworkException& e) {
+        std::string why = e.msg();
+        if (!why.empty()) why[0] = char(std::tolower(static_cast<unsigned char>(why[0])));
+        throw cli::RunError("cannot listen on " + o.bind + ":" + std::to_string(o.port) + ": " + why);
+    }
+    KT::RServerSocket& server = *listener;
     std::printf("kt serve: listening on %s\n", net::localEnd(server).c_str());
     std::fflush(stdout);
 
     gListener = server.descriptor;
     installStopHandlers();
     Connections connections(std::size_t(o.maxConnections));
-    while (connections.waitForSlot()) {
+    while (!gStop) {
         ktbase::ref<KT::RSocket> client;
         try {
             client = ktbase::ref<KT::RSocket>(new KT::RSocket(server.accept()));
@@ -355,6 +406,18 @@ int runServe(cli::Arguments& args) {
             throw;
         }
         if (client->descriptor == -1) continue;  // the peer gave up before it was taken
+        if (connections.full()) {
+            // Answered here and now, so that a busy server never keeps a
+            // client waiting in silence; what the client sent already is
+            // dropped, so that the close does not reset the answer.
+            logRequest(*client, "-", 503);
+            sendError(*client, 503);
+            char chunk[16384];
+            while (::recv(client->descriptor, chunk, sizeof chunk, MSG_DONTWAIT) > 0) {
+            }
+            client->close();
+            continue;
+        }
         net::setTimeouts(*client, int(o.timeout));
         connections.start(std::move(client), handler);
     }
