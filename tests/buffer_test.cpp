@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "kt/KTBuffer.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "kt/KTBuffer.h"
 #include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 

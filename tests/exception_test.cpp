@@ -9,7 +9,7 @@
 #include "kt/KTBuffer.h"
 #include "kt/KTException.h"
 #include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 

@@ -17,8 +17,7 @@
 #include <vector>
 
 #include "kt/KTException.h"
-#include "net_test_support.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 

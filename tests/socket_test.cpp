@@ -16,7 +16,7 @@
 
 #include "KTSocketInternal.h"
 #include "kt/KTException.h"
-#include "net_test_support.h"
+#include "support.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 

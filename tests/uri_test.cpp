@@ -13,8 +13,7 @@
 
 #include "kt/KTException.h"
 #include "kt/KTSocket.h"
-#include "net_test_support.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 // When positive, the operator new call that brings it to 0 fails.
