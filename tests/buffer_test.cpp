@@ -183,11 +183,17 @@ TEST(CBufferTest, AppendOfItsOwnBytesSurvivesTheMove) {
     buffer.append(buffer.length, buffer.data);
     EXPECT_EQ(bytesOf(buffer), text + text);
 
-    KT::CBuffer borrowing;
-    borrowing.set(int(text.size()), reinterpret_cast<KT::UInt8*>(&text[0]), KT::NoOwnership);
-    borrowing.append(10, borrowing.data + 1);
-    EXPECT_EQ(bytesOf(borrowing), text + text.substr(1, 10));
-    EXPECT_EQ(borrowing.owner, 1);
+    // Bytes of its own move with the storage; the bytes just past the storage
+    // are not its own.
+    for (int from : {1, 512}) {
+        SCOPED_TRACE(from);
+        std::string borrowed = text + "XYZ";
+        KT::CBuffer borrowing;
+        borrowing.set(512, reinterpret_cast<KT::UInt8*>(&borrowed[0]), KT::NoOwnership);
+        borrowing.append(3, borrowing.data + from);
+        EXPECT_EQ(bytesOf(borrowing), text + borrowed.substr(size_t(from), 3));
+        EXPECT_EQ(borrowing.owner, 1);
+    }
 }
 
 TEST(CBufferTest, OrderLooksOnlyAtTheCommonPrefix) {
@@ -226,10 +232,15 @@ TEST(CBufferTest, ZeroFillsTheWholeCapacityAndClearKeepsIt) {
     EXPECT_EQ(zeroed.length, 0);
     EXPECT_EQ(kttest::memoryOf(zeroed, 512), std::string(512, '\0'));
 
+    // Without storage, neither zero() nor an append of nothing changes anything,
+    // even when the length claims more than the storage holds.
     KT::CBuffer empty;
-    empty.length = 3;  // without storage, zero() changes nothing
+    empty.length = 3;
     empty.zero();
+    empty.append(0, cleared.data);
     EXPECT_EQ(empty.length, 3);
+    EXPECT_EQ(empty.capacity, 0);
+    EXPECT_EQ(empty.data, nullptr);
 }
 
 TEST(CBufferTest, CopiesAreDeepAndMovesTakeTheStorage) {
