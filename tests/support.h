@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <resolv.h>
+#include <netdb.h>
 #include <signal.h>
 #include <spawn.h>
 #include <strings.h>
@@ -389,66 +389,27 @@ private:
     struct sigaction old_;
 };
 
-/// A DNS server on 127.0.0.1 that answers every query with the response code
-/// `rcode` and no records, with this thread's resolver pointed at it while
-/// the object lives: name lookups in a test never leave the machine, and the
-/// answer decides the resolver's error.
-class LoopbackResolver {
-public:
-    explicit LoopbackResolver(int rcode) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
-        sockaddr_in address = loopback(0);
-        ::bind(socket_.get(), asGeneric(&address), sizeof address);
-        address.sin_port = htons(localPort(socket_.get()));
-        thread_ = std::thread([this, rcode] { answer(rcode); });
-        ::res_init();
-        swapSettings({1, address, 1, 1});
-    }
-    ~LoopbackResolver() {
-        swapSettings(saved_);
-        stop_ = true;
-        thread_.join();
-    }
-    /// The number of queries answered so far.
-    int queries() const { return queries_; }
+/// The h_errno with which every host-name lookup in a suite fails, but that of
+/// "localhost": no name ever reaches a name server. Set by tests of failures.
+inline thread_local int hostLookupError = HOST_NOT_FOUND;
+/// The number of host-name lookups made so far.
+inline std::atomic<int> hostLookups{0};
 
-private:
-    void answer(int rcode) {
-        while (!stop_) {
-            pollfd entry{socket_.get(), POLLIN, 0};
-            if (::poll(&entry, 1, 50) != 1) continue;
-            unsigned char message[512];
-            sockaddr_in from;
-            socklen_t length = sizeof from;
-            ssize_t n =
-                ::recvfrom(socket_.get(), message, sizeof message, 0, asGeneric(&from), &length);
-            if (n < 12) continue;
-            message[2] |= 0x80;                                            // a response
-            message[3] = static_cast<unsigned char>(0x80 | (rcode & 15));  // recursion, code
-            std::memset(message + 6, 0, 6);  // no answer, authority or extra records
-            ++queries_;  // before the answer, which may wake the asking thread at once
-            ::sendto(socket_.get(), message, std::size_t(n), 0, asGeneric(&from), length);
-        }
-    }
+}  // namespace kttest
 
-    struct Settings {
-        int count;
-        sockaddr_in server;
-        int retrans;
-        int retry;
-    };
-    /// Puts `settings` into this thread's resolver, keeping what was there.
-    void swapSettings(const Settings& settings) {
-        saved_ = {std::exchange(_res.nscount, settings.count),
-                  std::exchange(_res.nsaddr_list[0], settings.server),
-                  std::exchange(_res.retrans, settings.retrans),
-                  std::exchange(_res.retry, settings.retry)};
-    }
-    Fd socket_;
-    std::thread thread_;
-    std::atomic<bool> stop_{false};
-    std::atomic<int> queries_{0};
-    Settings saved_{};
-};
+// Each suite is one source file, so this definition is its program's only
+// one; it comes before the C library's, for the library under test too.
+extern "C" hostent* gethostbyname(const char* name) {
+    ++kttest::hostLookups;
+    static in_addr address{htonl(INADDR_LOOPBACK)};
+    static char* addresses[] = {reinterpret_cast<char*>(&address), nullptr};
+    static hostent localhost{const_cast<char*>("localhost"), nullptr, AF_INET, 4, addresses};
+    if (std::strcmp(name, "localhost") == 0) return &localhost;
+    h_errno = kttest::hostLookupError;
+    return nullptr;
+}
+
+namespace kttest {
 
 // --- Files and child processes --------------------------------------------------
 
