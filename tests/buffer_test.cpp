@@ -1,12 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <tuple>
-
 #include "kt/KTBuffer.h"
+
 #include "support.h"
 
 namespace {

@@ -1,13 +1,6 @@
 // The hex and Base64 forms of buffers and strings.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <random>
-#include <string>
-
 #include "kt/KTBuffer.h"
-#include "kt/KTString.h"
+
 #include "support.h"
 
 namespace {

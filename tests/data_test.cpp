@@ -1,12 +1,6 @@
 // The data stream: KT::CData and KT::RData.
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstring>
-#include <string>
-
 #include "kt/KTBuffer.h"
-#include "kt/KTString.h"
+
 #include "support.h"
 
 namespace {

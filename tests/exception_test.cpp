@@ -1,14 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <exception>
-#include <functional>
-#include <memory>
-#include <string>
-
-#include "kt/KTBuffer.h"
 #include "kt/KTException.h"
-#include "kt/KTString.h"
+
 #include "support.h"
 
 namespace {

@@ -1,22 +1,5 @@
 #include "kt/KTServerSocket.h"
 
-#include <arpa/inet.h>
-#include <pthread.h>
-#include <signal.h>
-#include <sys/socket.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstring>
-#include <exception>
-#include <functional>
-#include <list>
-#include <map>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include "kt/KTException.h"
 #include "support.h"
 
 namespace {

@@ -1,11 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
 #include "kt/KTString.h"
+
 #include "support.h"
 
 namespace {

@@ -7,9 +7,10 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <netdb.h>
+#include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
 #include <strings.h>
@@ -18,8 +19,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -27,9 +31,13 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <list>
+#include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -37,6 +45,7 @@
 #include "KTInternal.h"
 #include "kt/KTBuffer.h"
 #include "kt/KTException.h"
+#include "kt/KTString.h"
 
 extern char** environ;
 

@@ -3,14 +3,7 @@
 // byte coming back equal and its resident size steady, and keeps serving
 // through peers that reset, stay silent or half-close, and through a storm of
 // signals at its accept().
-#include <pthread.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <condition_variable>
-#include <cstdio>
-#include <list>
-#include <memory>
 #include <mutex>
 
 #include "kt/KTServerSocket.h"
