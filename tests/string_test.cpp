@@ -1,5 +1,4 @@
 #include "kt/KTString.h"
-
 #include "support.h"
 
 namespace {
@@ -61,12 +60,8 @@ TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) 
 }
 
 TEST(CStringTest, ComparesWithTextUpToItsFirstNulOrItsLength) {
-    struct Row {
-        std::string bytes;  // stored as given; none: the empty state
-        const char* other;
-        bool equal;
-    };
-    const Row rows[] = {
+    // The bytes as stored (none: the empty state), the text, and whether equal.
+    const std::tuple<std::string, const char*, bool> rows[] = {
         {withNul("abc"), "abc", true},
         {withNul("abc"), "abd", false},
         {withNul("abc"), "ab", false},
@@ -76,36 +71,30 @@ TEST(CStringTest, ComparesWithTextUpToItsFirstNulOrItsLength) {
         {"", "a", false},
         {std::string("ab\0cd", 6), "ab", true},
         {"xyz", "xyz", true},
-        {"xyz", "xy", false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.bytes + " vs " + row.other);
-        KT::CString text = stringOf(row.bytes);
-        EXPECT_EQ(text == row.other, row.equal);
-        EXPECT_EQ(text != row.other, !row.equal);
+        {"xyz", "xy", false}};
+    for (const auto& [bytes, other, equal] : rows) {
+        SCOPED_TRACE(bytes + " vs " + other);
+        EXPECT_EQ(stringOf(bytes) == other, equal);
+        EXPECT_EQ(stringOf(bytes) != other, !equal);
     }
 }
 
-TEST(CStringTest, EmptyStateCopiesAndSearchesSafely) {
+TEST(CStringTest, CopiesAreDeepAndOfTheEmptyStateEmpty) {
     KT::CString empty, assigned("abc");
     assigned = empty;
-    expectEmptyState(empty);
-    expectEmptyState(assigned);
-    expectEmptyState(KT::CString(empty));
-    expectEmptyState(empty.getLowerCaseString());
-    expectEmptyState(empty.getUpperCaseString());
+    for (const KT::CString& copy : {empty, assigned, KT::CString(empty), empty.getLowerCaseString(),
+                                    empty.getUpperCaseString()})
+        expectEmptyState(copy);
     EXPECT_STREQ(empty.c_str(), "");
     EXPECT_EQ(empty.find('a', 0), -1);
     EXPECT_EQ(empty.find("", 0), -1);
     EXPECT_EQ(empty.reverseFind('\0', -1), -1);
     EXPECT_EQ(bytesOf(empty.getSubString(0, 0)), withNul(""));
-}
 
-TEST(CStringTest, CopiesAreDeep) {
     const KT::CString source("abc");
-    KT::CString copy(source), assigned = KT::CString::createWithFormat("%2000d", 5);
-    assigned = source;
-    for (const KT::CString* string : {&copy, &assigned}) {
+    KT::CString copy(source), overwritten = KT::CString::createWithFormat("%2000d", 5);
+    overwritten = source;
+    for (const KT::CString* string : {&copy, &overwritten}) {
         EXPECT_NE(string->data, source.data);
         EXPECT_EQ(bytesOf(*string), withNul("abc"));
     }
@@ -159,44 +148,36 @@ TEST(CStringTest, FindsCharactersForwardsAndBackwards) {
 }
 
 TEST(CStringTest, FindsTextForwardsInEveryForm) {
-    struct Row {
-        std::string bytes;  // stored as given
-        const char* text;
-        int start, found;
-    };
-    const Row rows[] = {
-        {withNul("abc"), "bc", 0, 1},
-        {withNul("abc"), "", 1, 1},
-        {withNul("abc"), "", 3, 3},
-        {withNul("abc"), "", 4, -1},
-        {withNul("abc"), "abcd", 0, -1},
-        {withNul("abc"), "c", -2, -1},
-        {withNul("abc"), "a", 1, -1},
+    // The bytes as stored, the text, where the search starts and what it finds.
+    const std::string abc = withNul("abc");
+    const std::tuple<std::string, const char*, int, int> rows[] = {
+        {abc, "bc", 0, 1},
+        {abc, "", 1, 1},
+        {abc, "", 3, 3},
+        {abc, "", 4, -1},
+        {abc, "abcd", 0, -1},
+        {abc, "c", -2, -1},
+        {abc, "a", 1, -1},
         {withNul("abcabc"), "bc", 2, 4},
         {std::string("ab\0cd", 6), "cd", 0, -1},
         // Without a terminator in use the search stops at the length.
         {"xyz", "z", 0, 2},
-        {"xyz", "yz!", 0, -1},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.text) + " in " + row.bytes);
-        KT::CString text = stringOf(row.bytes);
-        EXPECT_EQ(text.find(row.text, row.start), row.found);
-        EXPECT_EQ(text.find(KT::CString(row.text), row.start), row.found);
-        EXPECT_EQ(text.find(stringOf(row.text), row.start), row.found);
+        {"xyz", "yz!", 0, -1}};
+    for (const auto& [bytes, text, start, found] : rows) {
+        SCOPED_TRACE(std::string(text) + " in " + bytes + " from " + std::to_string(start));
+        const KT::CString string = stringOf(bytes);
+        EXPECT_EQ(string.find(text, start), found);
+        EXPECT_EQ(string.find(KT::CString(text), start), found);
+        EXPECT_EQ(string.find(stringOf(text), start), found);
     }
 }
 
 TEST(CStringTest, SubstringsCountTheirTerminator) {
-    struct Row {
-        std::string source;  // stored as given
-        int start, count;
-        std::string bytes;  // in use afterwards
-        int capacity;       // 1: the borrowed ""
-    };
-    const std::string abcd = withNul("abcd"), embedded("ab\0cd", 6);
-    const std::string x511(511, 'x'), x1024(1024, 'x');
-    const Row rows[] = {
+    // The source as stored, start, count, the bytes in use afterwards and the
+    // capacity (1: the borrowed "").
+    const std::string abcd = withNul("abcd"), embedded("ab\0cd", 6), x511(511, 'x'),
+                      x1024(1024, 'x');
+    const std::tuple<std::string, int, int, std::string, int> rows[] = {
         {abcd, 1, 0, withNul("bcd"), 512},
         {abcd, 1, 2, withNul("bc"), 512},
         {abcd, 1, 10, withNul("bcd"), 512},
@@ -212,26 +193,22 @@ TEST(CStringTest, SubstringsCountTheirTerminator) {
         {"abcd", 0, 0, withNul("abc"), 512},
         {x511 + "tail", 0, 511, withNul(x511), 512},
         {x511 + "tail", 0, 512, withNul(x511 + "t"), 1024},
-        {x1024 + "tail", 0, 1024, withNul(x1024), 1536},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.source.substr(0, 10) + " " + std::to_string(row.start) + "," +
-                     std::to_string(row.count));
-        KT::CString sub = stringOf(row.source).getSubString(row.start, row.count);
-        EXPECT_EQ(bytesOf(sub), row.bytes);
-        EXPECT_EQ(sub.capacity, row.capacity);
-        EXPECT_EQ(sub.owner, row.capacity == 1 ? 0 : 1);
+        {x1024 + "tail", 0, 1024, withNul(x1024), 1536}};
+    for (const auto& [source, start, count, bytes, capacity] : rows) {
+        SCOPED_TRACE(source.substr(0, 10) + " " + std::to_string(start) + "," +
+                     std::to_string(count));
+        KT::CString sub = stringOf(source).getSubString(start, count);
+        EXPECT_EQ(bytesOf(sub), bytes);
+        EXPECT_EQ(sub.capacity, capacity);
+        EXPECT_EQ(sub.owner, capacity == 1 ? 0 : 1);
     }
 }
 
 TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
-    struct Row {
-        std::string source;  // stored as given
-        bool upper;
-        std::string memory;  // the copy's bytes in use and the one after them
-    };
+    // The source as stored, upper or lower, and the copy's bytes in use and
+    // the one after them.
     const std::string high("\xC4\xE4@[`{", 7), m512(512, 'm');
-    const Row rows[] = {
+    const std::tuple<std::string, bool, std::string> rows[] = {
         {withNul("AbC1"), false, withNul("abc1")},
         {withNul("aBc"), true, withNul("ABC")},
         {withNul("AZaz"), false, withNul("azaz")},
@@ -241,16 +218,15 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
         {withNul(""), true, withNul("")},
         {withNul(m512), true, withNul(std::string(512, 'M'))},
         // A case copy of a case copy: the four bytes, a length of three.
-        {"abc1", true, "ABC1"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.source.substr(0, 10));
-        KT::CString source = stringOf(row.source);
-        KT::CString copy = row.upper ? source.getUpperCaseString() : source.getLowerCaseString();
-        ASSERT_EQ(copy.length, int(row.memory.size()) - 1);
-        ASSERT_GE(copy.capacity, int(row.memory.size()));
-        EXPECT_EQ(kttest::memoryOf(copy, int(row.memory.size())), row.memory);
-        EXPECT_EQ(bytesOf(source), row.source);
+        {"abc1", true, "ABC1"}};
+    for (const auto& [bytes, upper, memory] : rows) {
+        SCOPED_TRACE(bytes.substr(0, 10));
+        KT::CString source = stringOf(bytes);
+        KT::CString copy = upper ? source.getUpperCaseString() : source.getLowerCaseString();
+        ASSERT_EQ(copy.length, int(memory.size()) - 1);
+        ASSERT_GE(copy.capacity, int(memory.size()));
+        EXPECT_EQ(kttest::memoryOf(copy, int(memory.size())), memory);
+        EXPECT_EQ(bytesOf(source), bytes);
         // A copy takes the counted bytes and keeps a NUL after them where its
         // storage has room (not after a whole number of 512-byte blocks).
         KT::CString again(copy), assigned("old");
@@ -258,7 +234,7 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
         EXPECT_EQ(bytesOf(again), bytesOf(copy));
         EXPECT_EQ(bytesOf(assigned), bytesOf(copy));
         if (again.length % 512 != 0) {
-            EXPECT_STREQ(again.c_str(), row.memory.substr(0, size_t(copy.length)).c_str());
+            EXPECT_STREQ(again.c_str(), memory.substr(0, size_t(copy.length)).c_str());
         }
     }
 }
