@@ -62,16 +62,10 @@ TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) 
 TEST(CStringTest, ComparesWithTextUpToItsFirstNulOrItsLength) {
     // The bytes as stored (none: the empty state), the text, and whether equal.
     const std::tuple<std::string, const char*, bool> rows[] = {
-        {withNul("abc"), "abc", true},
-        {withNul("abc"), "abd", false},
-        {withNul("abc"), "ab", false},
-        {withNul("ab"), "abc", false},
-        {withNul(""), "", true},
-        {"", "", true},
-        {"", "a", false},
-        {std::string("ab\0cd", 6), "ab", true},
-        {"xyz", "xyz", true},
-        {"xyz", "xy", false}};
+        {withNul("abc"), "abc", true}, {withNul("abc"), "abd", false},
+        {withNul("abc"), "ab", false}, {withNul("ab"), "abc", false}, {withNul(""), "", true},
+        {"", "", true}, {"", "a", false}, {std::string("ab\0cd", 6), "ab", true},
+        {"xyz", "xyz", true}, {"xyz", "xy", false}};
     for (const auto& [bytes, other, equal] : rows) {
         SCOPED_TRACE(bytes + " vs " + other);
         EXPECT_EQ(stringOf(bytes) == other, equal);
@@ -151,18 +145,11 @@ TEST(CStringTest, FindsTextForwardsInEveryForm) {
     // The bytes as stored, the text, where the search starts and what it finds.
     const std::string abc = withNul("abc");
     const std::tuple<std::string, const char*, int, int> rows[] = {
-        {abc, "bc", 0, 1},
-        {abc, "", 1, 1},
-        {abc, "", 3, 3},
-        {abc, "", 4, -1},
-        {abc, "abcd", 0, -1},
-        {abc, "c", -2, -1},
-        {abc, "a", 1, -1},
-        {withNul("abcabc"), "bc", 2, 4},
+        {abc, "bc", 0, 1}, {abc, "", 1, 1}, {abc, "", 3, 3}, {abc, "", 4, -1}, {abc, "abcd", 0, -1},
+        {abc, "c", -2, -1}, {abc, "a", 1, -1}, {withNul("abcabc"), "bc", 2, 4},
         {std::string("ab\0cd", 6), "cd", 0, -1},
         // Without a terminator in use the search stops at the length.
-        {"xyz", "z", 0, 2},
-        {"xyz", "yz!", 0, -1}};
+        {"xyz", "z", 0, 2}, {"xyz", "yz!", 0, -1}};
     for (const auto& [bytes, text, start, found] : rows) {
         SCOPED_TRACE(std::string(text) + " in " + bytes + " from " + std::to_string(start));
         const KT::CString string = stringOf(bytes);
@@ -178,19 +165,12 @@ TEST(CStringTest, SubstringsCountTheirTerminator) {
     const std::string abcd = withNul("abcd"), embedded("ab\0cd", 6), x511(511, 'x'),
                       x1024(1024, 'x');
     const std::tuple<std::string, int, int, std::string, int> rows[] = {
-        {abcd, 1, 0, withNul("bcd"), 512},
-        {abcd, 1, 2, withNul("bc"), 512},
-        {abcd, 1, 10, withNul("bcd"), 512},
-        {abcd, 1, INT_MAX, withNul("bcd"), 512},
-        {abcd, 0, 4, withNul("abcd"), 512},
-        {abcd, 3, 1, withNul("d"), 512},
-        {abcd, 4, 0, withNul(""), 512},
-        {abcd, 5, 1, withNul(""), 1},
-        {abcd, -1, 2, withNul(""), 1},
-        {abcd, 1, -1, withNul(""), 1},
-        {embedded, 0, 3, std::string("ab\0", 3), 512},
-        {embedded, 1, 3, withNul(std::string("b\0c", 3)), 512},
-        {"abcd", 0, 0, withNul("abc"), 512},
+        {abcd, 1, 0, withNul("bcd"), 512}, {abcd, 1, 2, withNul("bc"), 512},
+        {abcd, 1, 10, withNul("bcd"), 512}, {abcd, 1, INT_MAX, withNul("bcd"), 512},
+        {abcd, 0, 4, withNul("abcd"), 512}, {abcd, 3, 1, withNul("d"), 512},
+        {abcd, 4, 0, withNul(""), 512}, {abcd, 5, 1, withNul(""), 1}, {abcd, -1, 2, withNul(""), 1},
+        {abcd, 1, -1, withNul(""), 1}, {embedded, 0, 3, std::string("ab\0", 3), 512},
+        {embedded, 1, 3, withNul(std::string("b\0c", 3)), 512}, {"abcd", 0, 0, withNul("abc"), 512},
         {x511 + "tail", 0, 511, withNul(x511), 512},
         {x511 + "tail", 0, 512, withNul(x511 + "t"), 1024},
         {x1024 + "tail", 0, 1024, withNul(x1024), 1536}};
@@ -209,13 +189,9 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
     // the one after them.
     const std::string high("\xC4\xE4@[`{", 7), m512(512, 'm');
     const std::tuple<std::string, bool, std::string> rows[] = {
-        {withNul("AbC1"), false, withNul("abc1")},
-        {withNul("aBc"), true, withNul("ABC")},
-        {withNul("AZaz"), false, withNul("azaz")},
-        {withNul("AZaz"), true, withNul("AZAZ")},
-        {high, false, high},
-        {high, true, high},
-        {withNul(""), true, withNul("")},
+        {withNul("AbC1"), false, withNul("abc1")}, {withNul("aBc"), true, withNul("ABC")},
+        {withNul("AZaz"), false, withNul("azaz")}, {withNul("AZaz"), true, withNul("AZAZ")},
+        {high, false, high}, {high, true, high}, {withNul(""), true, withNul("")},
         {withNul(m512), true, withNul(std::string(512, 'M'))},
         // A case copy of a case copy: the four bytes, a length of three.
         {"abc1", true, "ABC1"}};
