@@ -195,14 +195,10 @@ TEST(CBufferTest, OrderLooksOnlyAtTheCommonPrefix) {
         bool equal, less, greater;
     };
     const Row rows[] = {
-        {"abc", "abd", false, true, false},
-        {"abd", "abc", false, false, true},
-        {"abc", "abcd", false, false, false},
-        {"abcd", "abc", false, false, false},
-        {"abc", "abc", true, false, false},
-        {"", "", true, false, false},
-        {"", "a", false, false, false},
-        {"\x80", "\x01", false, false, true},
+        {"abc", "abd", false, true, false}, {"abd", "abc", false, false, true},
+        {"abc", "abcd", false, false, false}, {"abcd", "abc", false, false, false},
+        {"abc", "abc", true, false, false}, {"", "", true, false, false},
+        {"", "a", false, false, false}, {"\x80", "\x01", false, false, true},
         {std::string("a\0b", 3), std::string("a\0c", 3), false, true, false},
     };
     for (const Row& row : rows) {

@@ -39,18 +39,11 @@ TEST(CodecTest, KnownBytesBothWaysIntoBuffersAndStrings) {
     // The standard Base64 vectors; hex has no groups, so fewer lengths.
     const Row rows[] = {{false, "", ""},
                         {false, "foobar", "666F6F626172"},
-                        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"},
-                        {true, "", ""},
-                        {true, "f", "Zg=="},
-                        {true, "fo", "Zm8="},
-                        {true, "foo", "Zm9v"},
-                        {true, "foob", "Zm9vYg=="},
-                        {true, "fooba", "Zm9vYmE="},
-                        {true, "foobar", "Zm9vYmFy"},
-                        {true, "M", "TQ=="},
-                        {true, "Ma", "TWE="},
-                        {true, "Man", "TWFu"},
-                        {true, "\xFB\xFF\xBF", "+/+/"},
+                        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"}, {true, "", ""},
+                        {true, "f", "Zg=="}, {true, "fo", "Zm8="}, {true, "foo", "Zm9v"},
+                        {true, "foob", "Zm9vYg=="}, {true, "fooba", "Zm9vYmE="},
+                        {true, "foobar", "Zm9vYmFy"}, {true, "M", "TQ=="}, {true, "Ma", "TWE="},
+                        {true, "Man", "TWFu"}, {true, "\xFB\xFF\xBF", "+/+/"},
                         {true, "\x01\x02\x03\x04", "AQIDBA=="}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.encoded);
@@ -114,10 +107,8 @@ TEST(CodecTest, HexAddsToTheOldLengthAndBase64ReplacesIt) {
         int length;
     };
     const Row rows[] = {
-        {kEncodeHex, "\x01", "01XXXXXX", 10},
-        {kDecodeHex, "4142", "ABXXXXXX", 10},
-        {kEncodeBase64, "M", "TQ==XXXX", 4},
-        {kDecodeBase64, "TWFu", "ManXXXXX", 3},
+        {kEncodeHex, "\x01", "01XXXXXX", 10}, {kDecodeHex, "4142", "ABXXXXXX", 10},
+        {kEncodeBase64, "M", "TQ==XXXX", 4}, {kDecodeBase64, "TWFu", "ManXXXXX", 3},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.input);
@@ -152,10 +143,7 @@ TEST(CodecTest, AdjustmentIsKeptWithinTheSource) {
         std::string hex, base64;
     };
     const Row rows[] = {{0, "616263", "YWJj"},
-                        {-1, "6162", "YWI="},
-                        {-3, "", ""},
-                        {-100, "", ""},
-                        {5, "616263", "YWJj"}};
+                        {-1, "6162", "YWI="}, {-3, "", ""}, {-100, "", ""}, {5, "616263", "YWJj"}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.adjustment);
         EXPECT_EQ(bytesOf(coded(kEncodeHex, bufferOf("abc"), row.adjustment)), row.hex);

@@ -71,8 +71,7 @@ TEST_F(RSocketTest, HostNameConstructorResolvesOrThrowsTheLookupMessage) {
          "Some unexpected server failure was encountered.  This is a  non-recoverable error."},
         {"unknown", NO_DATA, nullptr,
          "The requested  name  is  valid but does not have an IP  address."},
-        {"unknown", 5, nullptr, "Unkown error."},
-        {"unknown", -2, nullptr, "Unkown error."},
+        {"unknown", 5, nullptr, "Unkown error."}, {"unknown", -2, nullptr, "Unkown error."},
     };
     for (const auto& [host, error, address, message] : rows) {
         SCOPED_TRACE(std::string(host) + " " + std::to_string(error));
