@@ -58,22 +58,18 @@ TEST(CBufferTest, InitAndSetTakeMemoryAsTheFlagsSay) {
 }
 
 TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
-    struct Row {
-        int size;
-        bool nullBytes;
-    };
-    const Row rows[] = {{0, false}, {-1, false}, {INT_MIN, false}, {10, true}};
-    for (const Row& row : rows) {
+    // The size given, and whether the bytes are a null pointer.
+    for (const auto& [size, nullBytes] : {std::pair<int, bool>{0, false}, {-1, false}, {INT_MIN, false}, {10, true}}) {
         for (int flags = 0; flags < 8; ++flags) {
-            SCOPED_TRACE(std::to_string(row.size) + " bytes, flags " + std::to_string(flags));
+            SCOPED_TRACE(std::to_string(size) + " bytes, flags " + std::to_string(flags));
             KT::UInt8* source = mallocCopy("0123456789");
-            KT::UInt8* bytes = row.nullBytes ? nullptr : source;
+            KT::UInt8* bytes = nullBytes ? nullptr : source;
             KT::CBuffer initialised(100), replaced = bufferOf("old contents");
             KT::UInt8* old = initialised.data;
-            initialised.init(row.size, bytes, KT::ConstructionFlags(flags));
+            initialised.init(size, bytes, KT::ConstructionFlags(flags));
             std::free(old);  // init() does not release what the buffer held
             // set() releases the old block, also when it is the source.
-            replaced.set(row.size, row.nullBytes ? nullptr : replaced.data,
+            replaced.set(size, nullBytes ? nullptr : replaced.data,
                          KT::ConstructionFlags(flags));
             for (const KT::CBuffer* buffer : {&initialised, &replaced}) {
                 EXPECT_EQ(buffer->data, nullptr);
@@ -87,32 +83,28 @@ TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
 }
 
 TEST(CBufferTest, SetMayTakeItsOwnBytes) {
-    KT::CBuffer copied = bufferOf("abcdef");
-    copied.set(3, copied.data + 2, KT::CopyData);
-    EXPECT_EQ(bytesOf(copied), "cde");
-
-    KT::CBuffer copiedAndFreed = bufferOf("abcdef");
-    copiedAndFreed.set(4, copiedAndFreed.data, KT::CopyData | KT::FreeSource);
-    EXPECT_EQ(bytesOf(copiedAndFreed), "abcd");
-
-    KT::CBuffer adopted = bufferOf("abcdef");
-    KT::UInt8* block = adopted.data;
-    adopted.set(2, block, KT::ConstructionFlags(0));
-    EXPECT_EQ(adopted.data, block);
-    EXPECT_EQ(adopted.capacity, 2);
-    EXPECT_EQ(bytesOf(adopted), "ab");
+    // From where and how many, the flags, the bytes taken, and the capacity.
+    const std::tuple<int, int, int, const char*, int> rows[] = {
+        {2, 3, KT::CopyData, "cde", 512}, {0, 4, KT::CopyData | KT::FreeSource, "abcd", 512},
+        {0, 2, 0, "ab", 2}};
+    for (const auto& [from, count, flags, bytes, capacity] : rows) {
+        SCOPED_TRACE(bytes);
+        KT::CBuffer buffer = bufferOf("abcdef");
+        KT::UInt8* block = buffer.data;
+        buffer.set(count, block + from, KT::ConstructionFlags(flags));
+        EXPECT_EQ(bytesOf(buffer), bytes);
+        EXPECT_EQ(buffer.capacity, capacity);
+        EXPECT_EQ(buffer.data == block, capacity == 2);
+    }
 }
 
 // Whatever the state resize() starts from, a resize that cannot be had leaves
 // the buffer as it was, one that is not needed does nothing, and growing
 // gives an owned block with the bytes in use and leaves borrowed memory alone.
 TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
-    struct Row {
-        const char* name;
-        void (*prepare)(KT::CBuffer& buffer, KT::UInt8* borrowed);
-        std::string kept;
-    };
-    const Row rows[] = {
+    using Prepare = void (*)(KT::CBuffer& buffer, KT::UInt8* borrowed);
+    // The state, how it is reached, and the bytes it has in use.
+    const std::tuple<const char*, Prepare, std::string> rows[] = {
         {"empty", [](KT::CBuffer&, KT::UInt8*) {}, ""},
         {"owning with content", [](KT::CBuffer& b, KT::UInt8*) { b = bufferOf("abc"); }, "abc"},
         {"owning without content", [](KT::CBuffer& b, KT::UInt8*) { b.resize(100); }, ""},
@@ -126,13 +118,12 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
              b.set(3, borrowed, KT::NoOwnership);
              b.clear();
          },
-         ""},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+         ""}};
+    for (const auto& [name, prepare, kept] : rows) {
+        SCOPED_TRACE(name);
         KT::UInt8 borrowed[3] = {'a', 'b', 'c'};
         KT::CBuffer buffer;
-        row.prepare(buffer, borrowed);
+        prepare(buffer, borrowed);
         auto fields = [&] {
             return std::make_tuple(buffer.data, buffer.capacity, buffer.length, buffer.owner);
         };
@@ -149,7 +140,7 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
         EXPECT_EQ(buffer.capacity, 1024);
         EXPECT_EQ(buffer.owner, 1);
         EXPECT_NE(buffer.data, borrowed);
-        EXPECT_EQ(bytesOf(buffer), row.kept);
+        EXPECT_EQ(bytesOf(buffer), kept);
         EXPECT_EQ(std::memcmp(borrowed, "abc", 3), 0);
     }
 }
