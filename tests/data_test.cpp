@@ -175,37 +175,32 @@ TEST(CDataTest, ReadsStopAtTheEndOfTheWrittenData) {
 }
 
 TEST(CDataTest, CorruptLengthPrefixIsCutToWhatRemains) {
-    struct Row {
-        int prefix;
-        std::string read;
-    };
-    const Row rows[] = {{1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.prefix);
+    // The prefix, and what is read.
+    const std::pair<int, std::string> rows[] = {{1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
+    for (const auto& [prefix, read] : rows) {
+        SCOPED_TRACE(prefix);
         KT::CData stream;
-        stream.put<int>(row.prefix);
+        stream.put<int>(prefix);
         stream.put(bytes("abc"), 3);
         stream.reset();
-        KT::CBuffer read;
-        stream >> read;
-        EXPECT_EQ(bytesOf(read), row.read);
-        EXPECT_EQ(stream.cursorOffset(), 4 + int(row.read.size()));
+        KT::CBuffer buffer;
+        stream >> buffer;
+        EXPECT_EQ(bytesOf(buffer), read);
+        EXPECT_EQ(stream.cursorOffset(), 4 + int(read.size()));
     }
 }
 
+// clear() keeps the bytes, zero() clears the whole storage.
 TEST(CDataTest, ClearAndZeroRewind) {
-    KT::CData stream;
-    stream.put(bytes("abc"), 3);
-    stream.clear();
-    EXPECT_EQ(stream.length, 0);
-    EXPECT_EQ(stream.cursor, stream.data);
-    EXPECT_EQ(kttest::memoryOf(stream, 3), "abc");
-
-    stream.put(bytes("de"), 2);
-    stream.zero();
-    EXPECT_EQ(stream.length, 0);
-    EXPECT_EQ(stream.cursor, stream.data);
-    EXPECT_EQ(kttest::memoryOf(stream, 512), std::string(512, '\0'));
+    for (bool zero : {false, true}) {
+        SCOPED_TRACE(zero ? "zero" : "clear");
+        KT::CData stream;
+        stream.put(bytes("abc"), 3);
+        zero ? stream.zero() : stream.clear();
+        EXPECT_EQ(stream.length, 0);
+        EXPECT_EQ(stream.cursor, stream.data);
+        EXPECT_EQ(kttest::memoryOf(stream, zero ? 512 : 3), zero ? std::string(512, '\0') : "abc");
+    }
 }
 
 TEST(CDataTest, CopiesKeepTheCursorOffset) {
