@@ -30,7 +30,7 @@ struct Connection {
     Fd peer;
 };
 
-TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndSkipsEmptyTransfers) {
+TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndIsRSocketSeesOnlyOpenDescriptors) {
     KT::RSocket socket;
     EXPECT_EQ(socket.descriptor, -1);
     EXPECT_TRUE(sameRecord(socket.remoteAddress, emptyRecord()));
@@ -54,6 +54,14 @@ TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndSkipsEmptyTransfers) {
     }
     EXPECT_EQ(socket.read(buffer, 1), -1);
     EXPECT_EQ(errno, EBADF);
+    // isRSocket() answers -1 for every open descriptor.
+    KT::RSocket made(nullptr, SOCK_STREAM, nullptr, 0);
+    EXPECT_EQ(KT::RSocket::isRSocket(made.descriptor), -1);
+    Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(KT::RSocket::isRSocket(file.get()), -1);
+    int closed = ::dup(file.get());
+    ::close(closed);
+    EXPECT_EQ(KT::RSocket::isRSocket(closed), 0);
 }
 
 // A dotted address needs no lookup; a failed lookup throws its message and
@@ -280,7 +288,7 @@ TEST_F(RSocketTest, CopiesAndAssignmentsUseTheirOwnDescriptorForTheSameConnectio
     EXPECT_EQ(KT::RSocket(c.client).descriptor, -1);
 }
 
-TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
+TEST_F(RSocketTest, BindThrowsOnAListeningAddressAndTakesOneLeftInTimeWait) {
     RawListener listener;
     sockaddr_in taken = listener.address();
     KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
@@ -288,19 +296,17 @@ TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
         [&] { socket.bind(&taken); },
         {"CNetworkException", kBindLine, kSocketFile, kBind, std::strerror(EADDRINUSE)});
     EXPECT_TRUE(sameRecord(socket.localAddress, taken));
-}
 
-// Bind allows address reuse first, so it succeeds where a plain bind fails.
-TEST_F(RSocketTest, BindToTheStoredRecordSucceedsOnAPortAnEarlierServerLeftInTimeWait) {
+    // Bind allows address reuse first, so it succeeds where a plain bind fails.
     std::uint16_t port;
     {
-        RawListener listener;
+        RawListener earlier;
         // The earlier server allowed reuse too, as servers on this port do.
         int reuse = 1;
-        ::setsockopt(listener.fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-        port = listener.port();
-        Fd client = rawConnect(listener.address());
-        Fd server = listener.accept();
+        ::setsockopt(earlier.fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+        port = earlier.port();
+        Fd client = rawConnect(earlier.address());
+        Fd server = earlier.accept();
         server.close();  // the side that closes first keeps the port in TIME_WAIT
         EXPECT_EQ(readRaw(client.get(), 1), "");
     }
@@ -308,20 +314,10 @@ TEST_F(RSocketTest, BindToTheStoredRecordSucceedsOnAPortAnEarlierServerLeftInTim
     Fd plain(::socket(AF_INET, SOCK_STREAM, 0));
     ASSERT_EQ(::bind(plain.get(), asGeneric(&address), sizeof address), -1)
         << "the port should still be in TIME_WAIT";
-    KT::RSocket socket(nullptr, SOCK_STREAM, &address, 0);
-    EXPECT_EQ(socket.bind(nullptr), 0);
-    EXPECT_STREQ(socket.getLocalAddress(), "127.0.0.1");
-    EXPECT_EQ(localPort(socket.descriptor), port);
-}
-
-TEST_F(RSocketTest, IsRSocketAnswersMinusOneForEveryOpenDescriptor) {
-    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
-    EXPECT_EQ(KT::RSocket::isRSocket(socket.descriptor), -1);
-    Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(KT::RSocket::isRSocket(file.get()), -1);
-    int closed = ::dup(file.get());
-    ::close(closed);
-    EXPECT_EQ(KT::RSocket::isRSocket(closed), 0);
+    KT::RSocket reusing(nullptr, SOCK_STREAM, &address, 0);
+    EXPECT_EQ(reusing.bind(nullptr), 0);
+    EXPECT_STREQ(reusing.getLocalAddress(), "127.0.0.1");
+    EXPECT_EQ(localPort(reusing.descriptor), port);
 }
 
 }  // namespace
