@@ -106,7 +106,7 @@ TEST_F(RSocketTest, HostNameConstructorResolvesOrThrowsTheLookupMessage) {
     hostLookupError = HOST_NOT_FOUND;
 }
 
-TEST_F(RSocketTest, ConstructorsKeepTheGivenRecordsAndAnAdoptedDescriptorAsItCame) {
+TEST_F(RSocketTest, ConstructorsKeepTheRecordsAndAdoptedDescriptorAndThrowOnlyFromTheRecordForm) {
     sockaddr_in remote = loopback(1234);
     sockaddr_in local = loopback(0);
     KT::RSocket given(&remote, SOCK_DGRAM, &local, 0);
@@ -133,9 +133,8 @@ TEST_F(RSocketTest, ConstructorsKeepTheGivenRecordsAndAnAdoptedDescriptorAsItCam
         EXPECT_TRUE(sameRecord(adopted.localAddress, emptyRecord()));
     }
     EXPECT_EQ(::fcntl(fd, F_GETFD), -1) << "the owner closes what it adopted";
-}
 
-TEST_F(RSocketTest, FailingSocketCallThrowsOnlyFromTheAddressRecordConstructor) {
+    // A failing socket() throws only from the address-record constructor.
     const int noSuchType = 12345;
     expectThrow<KT::CNetworkException>(
         [] { KT::RSocket socket(nullptr, noSuchType, nullptr, 0); },
