@@ -49,8 +49,7 @@ public:
     ~EchoServer() {
         stopping_ = true;
         socket_.shutdown();  // wakes the accept() waiting on the socket
-        acceptor_.join();
-        for (std::thread& handler : handlers_) handler.join();  // each bounds its waits
+        acceptor_.join();  // then the handlers, each within its own time limits
     }
     sockaddr_in address() const { return loopback(localPort(socket_.descriptor)); }
     pthread_t acceptThread() { return acceptor_.native_handle(); }
@@ -106,7 +105,7 @@ private:
     std::mutex mutex_;
     std::condition_variable idle_;
     int active_ = 0;
-    std::list<std::thread> handlers_;
+    std::list<Peer> handlers_;
     std::thread acceptor_;
 };
 
