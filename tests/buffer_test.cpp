@@ -59,7 +59,8 @@ TEST(CBufferTest, InitAndSetTakeMemoryAsTheFlagsSay) {
 
 TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
     // The size given, and whether the bytes are a null pointer.
-    for (const auto& [size, nullBytes] : {std::pair<int, bool>{0, false}, {-1, false}, {INT_MIN, false}, {10, true}}) {
+    for (const auto& [size, nullBytes] :
+         {std::pair<int, bool>{0, false}, {-1, false}, {INT_MIN, false}, {10, true}}) {
         for (int flags = 0; flags < 8; ++flags) {
             SCOPED_TRACE(std::to_string(size) + " bytes, flags " + std::to_string(flags));
             KT::UInt8* source = mallocCopy("0123456789");

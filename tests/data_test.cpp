@@ -176,7 +176,8 @@ TEST(CDataTest, ReadsStopAtTheEndOfTheWrittenData) {
 
 TEST(CDataTest, CorruptLengthPrefixIsCutToWhatRemains) {
     // The prefix, and what is read.
-    const std::pair<int, std::string> rows[] = {{1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
+    const std::pair<int, std::string> rows[] = {
+        {1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
     for (const auto& [prefix, read] : rows) {
         SCOPED_TRACE(prefix);
         KT::CData stream;

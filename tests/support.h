@@ -543,11 +543,13 @@ inline ProcessResult runProcess(const std::vector<std::string>& argv, const std:
                                 std::chrono::milliseconds limit = std::chrono::seconds(60)) {
     const Folder streams;
     auto open = [&](const char* name, int mode) {
-        return Fd(::open(streams.write(name, name[0] == 'i' ? input : "").c_str(), mode | O_CLOEXEC));
+        return Fd(
+            ::open(streams.write(name, name[0] == 'i' ? input : "").c_str(), mode | O_CLOEXEC));
     };
     ProcessResult result;
     {
-        const Fd in = open("in", O_RDONLY), out = open("out", O_WRONLY), err = open("err", O_WRONLY);
+        const Fd in = open("in", O_RDONLY), out = open("out", O_WRONLY),
+                 err = open("err", O_WRONLY);
         Child child(argv, in.get(), out.get(), err.get());
         const int status = child.started() ? child.wait(int(limit.count())) : -1;
         if (status != -1 && WIFEXITED(status)) result.status = WEXITSTATUS(status);

@@ -91,7 +91,8 @@ TEST(RURIParseTest, SplitsEveryFieldWithTheSchemeCodeAndDefaultPort) {
             EXPECT_EQ(parsed->port, row.port);
             EXPECT_STREQ(parsed->path.c_str(), row.path);
             // Absent parts are stored as "", never left without memory.
-            for (const KT::CString* part : {&parsed->user, &parsed->password, &parsed->host, &parsed->path})
+            for (const KT::CString* part :
+                 {&parsed->user, &parsed->password, &parsed->host, &parsed->path})
                 EXPECT_EQ(part->length, int(std::strlen(part->c_str())) + 1);
         }
         EXPECT_STREQ(uri.uri.c_str(), row.uri);
@@ -216,7 +217,8 @@ TEST_F(RURITest, GetSocketAimsAStreamSocketAtHostAndPort) {
 TEST_F(RURITest, GetSocketPassesTheLookupFailureOn) {
     kttest::expectThrow<KT::CNetworkException>(
         [] { KT::RURI(KT::CString("http://unknown/")).getSocket(); },
-        {"CNetworkException", kResolveLine, kSocketFile, kHostConstructor, "No such host is known."});
+        {"CNetworkException", kResolveLine, kSocketFile, kHostConstructor,
+         "No such host is known."});
 }
 
 }  // namespace

@@ -56,7 +56,8 @@ public:
     /// Waits up to kWaitMs until no handler runs; false if one still does.
     bool waitIdle() {
         std::unique_lock<std::mutex> lock(mutex_);
-        return idle_.wait_for(lock, std::chrono::milliseconds(kWaitMs), [this] { return active_ == 0; });
+        return idle_.wait_for(lock, std::chrono::milliseconds(kWaitMs),
+                              [this] { return active_ == 0; });
     }
 
     std::atomic<int> accepted{0}, interruptions{0}, ended[kEndings] = {};
@@ -111,7 +112,8 @@ private:
 
 /// A library client connected to `server`, each of its waits bounded.
 struct Client {
-    explicit Client(sockaddr_in server) : socket(&server, SOCK_STREAM, nullptr, KT::RSocket::CloseOnExec) {
+    explicit Client(sockaddr_in server)
+        : socket(&server, SOCK_STREAM, nullptr, KT::RSocket::CloseOnExec) {
         boundWaits(socket.descriptor);
         connected = socket.connect(nullptr) == 0;
     }
@@ -229,7 +231,8 @@ TEST(ServerStress, ServerSurvivesResetsSilentAndHalfClosedPeersAndASignalStorm) 
     EXPECT_EQ(server.ended[Failed], kBad);
     EXPECT_EQ(server.ended[TimedOut], kBad);
     EXPECT_EQ(server.ended[PeerClosed], 2 + kBad + 8);
-    std::printf("faults: %d of %d signals interrupted accept\n", server.interruptions.load(), kSignals);
+    std::printf("faults: %d of %d signals interrupted accept\n", server.interruptions.load(),
+                kSignals);
 }
 
 }  // namespace
