@@ -1,14 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <tuple>
+#include "kt/KTBuffer.h"
 
 #include "allocation_faults.h"
-#include "kt/KTBuffer.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -66,22 +59,19 @@ TEST(CBufferTest, InitAndSetTakeMemoryAsTheFlagsSay) {
 }
 
 TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
-    struct Row {
-        int size;
-        bool nullBytes;
-    };
-    const Row rows[] = {{0, false}, {-1, false}, {INT_MIN, false}, {10, true}};
-    for (const Row& row : rows) {
+    // The size given, and whether the bytes are a null pointer.
+    for (const auto& [size, nullBytes] :
+         {std::pair<int, bool>{0, false}, {-1, false}, {INT_MIN, false}, {10, true}}) {
         for (int flags = 0; flags < 8; ++flags) {
-            SCOPED_TRACE(std::to_string(row.size) + " bytes, flags " + std::to_string(flags));
+            SCOPED_TRACE(std::to_string(size) + " bytes, flags " + std::to_string(flags));
             KT::UInt8* source = mallocCopy("0123456789");
-            KT::UInt8* bytes = row.nullBytes ? nullptr : source;
+            KT::UInt8* bytes = nullBytes ? nullptr : source;
             KT::CBuffer initialised(100), replaced = bufferOf("old contents");
             KT::UInt8* old = initialised.data;
-            initialised.init(row.size, bytes, KT::ConstructionFlags(flags));
+            initialised.init(size, bytes, KT::ConstructionFlags(flags));
             std::free(old);  // init() does not release what the buffer held
             // set() releases the old block, also when it is the source.
-            replaced.set(row.size, row.nullBytes ? nullptr : replaced.data,
+            replaced.set(size, nullBytes ? nullptr : replaced.data,
                          KT::ConstructionFlags(flags));
             for (const KT::CBuffer* buffer : {&initialised, &replaced}) {
                 EXPECT_EQ(buffer->data, nullptr);
@@ -98,28 +88,20 @@ TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
 // adopted from inside the block it releases, they are copied; a block given
 // back whole is kept.
 TEST(CBufferTest, SetMayTakeItsOwnBytes) {
-    struct Row {
-        int size, offset, flags;
-        std::string bytes;
-        int capacity;
-    };
-    const Row rows[] = {
-        {3, 2, KT::CopyData, "cde", 512},
-        {4, 0, KT::CopyData | KT::FreeSource, "abcd", 512},
-        {6, 0, KT::NoOwnership, "abcdef", 512},
-        {2, 1, KT::NoOwnership, "bc", 512},
-        {2, 1, 0, "bc", 512},
-        {2, 0, 0, "ab", 2},  // the block adopted again, as it is
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::to_string(row.flags) + " " + row.bytes);
+    // From where and how many, the flags, the bytes taken, and the capacity.
+    const std::tuple<int, int, int, const char*, int> rows[] = {
+        {2, 3, KT::CopyData, "cde", 512}, {0, 4, KT::CopyData | KT::FreeSource, "abcd", 512},
+        {0, 6, KT::NoOwnership, "abcdef", 512}, {1, 2, KT::NoOwnership, "bc", 512},
+        {1, 2, 0, "bc", 512}, {0, 2, 0, "ab", 2}};
+    for (const auto& [from, count, flags, bytes, capacity] : rows) {
+        SCOPED_TRACE(bytes);
         KT::CBuffer buffer = bufferOf("abcdef");
         KT::UInt8* block = buffer.data;
-        buffer.set(row.size, block + row.offset, KT::ConstructionFlags(row.flags));
-        EXPECT_EQ(bytesOf(buffer), row.bytes);
-        EXPECT_EQ(buffer.capacity, row.capacity);
+        buffer.set(count, block + from, KT::ConstructionFlags(flags));
+        EXPECT_EQ(bytesOf(buffer), bytes);
+        EXPECT_EQ(buffer.capacity, capacity);
         EXPECT_EQ(buffer.owner, 1);
-        EXPECT_EQ(buffer.data == block, row.capacity == 2);
+        EXPECT_EQ(buffer.data == block, capacity == 2);
     }
 }
 
@@ -127,12 +109,9 @@ TEST(CBufferTest, SetMayTakeItsOwnBytes) {
 // the buffer as it was, one that is not needed does nothing, and growing
 // gives an owned block with the bytes in use and leaves borrowed memory alone.
 TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
-    struct Row {
-        const char* name;
-        void (*prepare)(KT::CBuffer& buffer, KT::UInt8* borrowed);
-        std::string kept;
-    };
-    const Row rows[] = {
+    using Prepare = void (*)(KT::CBuffer& buffer, KT::UInt8* borrowed);
+    // The state, how it is reached, and the bytes it has in use.
+    const std::tuple<const char*, Prepare, std::string> rows[] = {
         {"empty", [](KT::CBuffer&, KT::UInt8*) {}, ""},
         {"owning with content", [](KT::CBuffer& b, KT::UInt8*) { b = bufferOf("abc"); }, "abc"},
         {"owning without content", [](KT::CBuffer& b, KT::UInt8*) { b.resize(100); }, ""},
@@ -146,13 +125,12 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
              b.set(3, borrowed, KT::NoOwnership);
              b.clear();
          },
-         ""},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+         ""}};
+    for (const auto& [name, prepare, kept] : rows) {
+        SCOPED_TRACE(name);
         KT::UInt8 borrowed[3] = {'a', 'b', 'c'};
         KT::CBuffer buffer;
-        row.prepare(buffer, borrowed);
+        prepare(buffer, borrowed);
         auto fields = [&] {
             return std::make_tuple(buffer.data, buffer.capacity, buffer.length, buffer.owner);
         };
@@ -169,7 +147,7 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
         EXPECT_EQ(buffer.capacity, 1024);
         EXPECT_EQ(buffer.owner, 1);
         EXPECT_NE(buffer.data, borrowed);
-        EXPECT_EQ(bytesOf(buffer), row.kept);
+        EXPECT_EQ(bytesOf(buffer), kept);
         EXPECT_EQ(std::memcmp(borrowed, "abc", 3), 0);
     }
 }
@@ -196,11 +174,17 @@ TEST(CBufferTest, AppendOfItsOwnBytesSurvivesTheMove) {
     buffer.append(buffer.length, buffer.data);
     EXPECT_EQ(bytesOf(buffer), text + text);
 
-    KT::CBuffer borrowing;
-    borrowing.set(int(text.size()), reinterpret_cast<KT::UInt8*>(&text[0]), KT::NoOwnership);
-    borrowing.append(10, borrowing.data + 1);
-    EXPECT_EQ(bytesOf(borrowing), text + text.substr(1, 10));
-    EXPECT_EQ(borrowing.owner, 1);
+    // Bytes of its own move with the storage; the bytes just past the storage
+    // are not its own.
+    for (int from : {1, 512}) {
+        SCOPED_TRACE(from);
+        std::string borrowed = text + "XYZ";
+        KT::CBuffer borrowing;
+        borrowing.set(512, reinterpret_cast<KT::UInt8*>(&borrowed[0]), KT::NoOwnership);
+        borrowing.append(3, borrowing.data + from);
+        EXPECT_EQ(bytesOf(borrowing), text + borrowed.substr(size_t(from), 3));
+        EXPECT_EQ(borrowing.owner, 1);
+    }
 }
 
 TEST(CBufferTest, OrderLooksOnlyAtTheCommonPrefix) {
@@ -209,14 +193,10 @@ TEST(CBufferTest, OrderLooksOnlyAtTheCommonPrefix) {
         bool equal, less, greater;
     };
     const Row rows[] = {
-        {"abc", "abd", false, true, false},
-        {"abd", "abc", false, false, true},
-        {"abc", "abcd", false, false, false},
-        {"abcd", "abc", false, false, false},
-        {"abc", "abc", true, false, false},
-        {"", "", true, false, false},
-        {"", "a", false, false, false},
-        {"\x80", "\x01", false, false, true},
+        {"abc", "abd", false, true, false}, {"abd", "abc", false, false, true},
+        {"abc", "abcd", false, false, false}, {"abcd", "abc", false, false, false},
+        {"abc", "abc", true, false, false}, {"", "", true, false, false},
+        {"", "a", false, false, false}, {"\x80", "\x01", false, false, true},
         {std::string("a\0b", 3), std::string("a\0c", 3), false, true, false},
     };
     for (const Row& row : rows) {
@@ -239,10 +219,15 @@ TEST(CBufferTest, ZeroFillsTheWholeCapacityAndClearKeepsIt) {
     EXPECT_EQ(zeroed.length, 0);
     EXPECT_EQ(kttest::memoryOf(zeroed, 512), std::string(512, '\0'));
 
+    // Without storage, neither zero() nor an append of nothing changes anything,
+    // even when the length claims more than the storage holds.
     KT::CBuffer empty;
-    empty.length = 3;  // without storage, zero() changes nothing
+    empty.length = 3;
     empty.zero();
+    empty.append(0, cleared.data);
     EXPECT_EQ(empty.length, 3);
+    EXPECT_EQ(empty.capacity, 0);
+    EXPECT_EQ(empty.data, nullptr);
 }
 
 TEST(CBufferTest, CopiesAreDeepAndMovesTakeTheStorage) {

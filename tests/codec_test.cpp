@@ -1,16 +1,8 @@
 // The hex and Base64 forms of buffers and strings.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <random>
-#include <string>
-#include <vector>
+#include "kt/KTBuffer.h"
 
 #include "allocation_faults.h"
-#include "kt/KTBuffer.h"
-#include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -48,18 +40,11 @@ TEST(CodecTest, KnownBytesBothWaysIntoBuffersAndStrings) {
     // The standard Base64 vectors; hex has no groups, so fewer lengths.
     const Row rows[] = {{false, "", ""},
                         {false, "foobar", "666F6F626172"},
-                        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"},
-                        {true, "", ""},
-                        {true, "f", "Zg=="},
-                        {true, "fo", "Zm8="},
-                        {true, "foo", "Zm9v"},
-                        {true, "foob", "Zm9vYg=="},
-                        {true, "fooba", "Zm9vYmE="},
-                        {true, "foobar", "Zm9vYmFy"},
-                        {true, "M", "TQ=="},
-                        {true, "Ma", "TWE="},
-                        {true, "Man", "TWFu"},
-                        {true, "\xFB\xFF\xBF", "+/+/"},
+                        {false, "\x01\xAB\xFF\x7F\x80", "01ABFF7F80"}, {true, "", ""},
+                        {true, "f", "Zg=="}, {true, "fo", "Zm8="}, {true, "foo", "Zm9v"},
+                        {true, "foob", "Zm9vYg=="}, {true, "fooba", "Zm9vYmE="},
+                        {true, "foobar", "Zm9vYmFy"}, {true, "M", "TQ=="}, {true, "Ma", "TWE="},
+                        {true, "Man", "TWFu"}, {true, "\xFB\xFF\xBF", "+/+/"},
                         {true, "\x01\x02\x03\x04", "AQIDBA=="}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.encoded);
@@ -118,41 +103,24 @@ TEST(CodecTest, OddHexDigitPairsWithTheByteAfterTheCountedText) {
     EXPECT_EQ(kttest::memoryOf(coded(kDecodeHex, exact), 2), "A\xFF");
 }
 
+// Into a target holding "XXXXXXXX", or into the source itself.
 TEST(CodecTest, HexAddsToTheOldLengthAndBase64ReplacesIt) {
-    struct Row {
-        Codec codec;
-        std::string input;
-        std::string memory;  // the target's first eight bytes afterwards
-        int length;
-    };
-    const Row rows[] = {
-        {kEncodeHex, "\x01", "01XXXXXX", 10},
-        {kDecodeHex, "4142", "ABXXXXXX", 10},
-        {kEncodeBase64, "M", "TQ==XXXX", 4},
-        {kDecodeBase64, "TWFu", "ManXXXXX", 3},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.input);
-        KT::CBuffer target = coded(row.codec, bufferOf(row.input), 0, bufferOf("XXXXXXXX"));
-        EXPECT_EQ(kttest::memoryOf(target, 8), row.memory);
-        EXPECT_EQ(target.length, row.length);
+    // The codec, the input, whether it codes itself, the target's first bytes
+    // afterwards and its length.
+    const std::tuple<Codec, std::string, bool, std::string, int> rows[] = {
+        {kEncodeHex, "\x01", false, "01XXXXXX", 10}, {kDecodeHex, "4142", false, "ABXXXXXX", 10},
+        {kEncodeBase64, "M", false, "TQ==XXXX", 4},   {kDecodeBase64, "TWFu", false, "ManXXXXX", 3},
+        {kEncodeHex, "\x01\x02", true, "0102", 6},    {kEncodeBase64, "Man", true, "TWFu", 4},
+        {kDecodeBase64, "TWFu", true, "Man", 3}};
+    for (const auto& [codec, input, itself, memory, length] : rows) {
+        SCOPED_TRACE(input + (itself ? " itself" : ""));
+        KT::CBuffer target = bufferOf(itself ? input : "XXXXXXXX");
+        (target.*codec)(itself ? target : bufferOf(input), 0);
+        EXPECT_EQ(kttest::memoryOf(target, int(memory.size())), memory);
+        EXPECT_EQ(target.length, length);
     }
     EXPECT_EQ(bytesOf(coded(kEncodeBase64, bufferOf("M"), 0, KT::CString("XXXXXXX"))),
               std::string("TQ==", 5));
-}
-
-TEST(CodecTest, BufferCodesItself) {
-    KT::CBuffer hex = bufferOf("\x01\x02");
-    hex.encodeHex(hex, 0);
-    EXPECT_EQ(hex.length, 6);
-    EXPECT_EQ(kttest::memoryOf(hex, 4), "0102");
-
-    KT::CBuffer base64 = bufferOf("Man");
-    base64.encodeBase64(base64, 0);
-    EXPECT_EQ(bytesOf(base64), "TWFu");
-    base64.decodeBase64(base64, 0);
-    EXPECT_EQ(bytesOf(base64), "Man");
-
     KT::CString text("TWFu");
     text.decodeBase64(text, text.correction());
     EXPECT_EQ(bytesOf(text), std::string("Man", 4));
@@ -162,21 +130,18 @@ TEST(CodecTest, BufferCodesItself) {
 // storage: here "abc" in use of the five bytes "abcde", and nothing beyond
 // them (the sanitizer build catches any access past the storage).
 TEST(CodecTest, AdjustmentCountsWithinTheSourcesStorage) {
-    struct Row {
-        int adjustment;
-        std::string hex, base64;
-    };
-    const Row rows[] = {
+    // The adjustment, and the hex and Base64 forms it gives.
+    const std::tuple<int, std::string, std::string> rows[] = {
         {0, "616263", "YWJj"}, {-1, "6162", "YWI="},          {-3, "", ""},
         {-100, "", ""},        {2, "6162636465", "YWJjZGU="}, {5, "6162636465", "YWJjZGU="}};
     std::vector<KT::UInt8> storage{'a', 'b', 'c', 'd', 'e'};
     KT::CBuffer source;
     source.set(int(storage.size()), storage.data(), KT::NoOwnership);
     source.length = 3;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.adjustment);
-        EXPECT_EQ(bytesOf(coded(kEncodeHex, source, row.adjustment)), row.hex);
-        EXPECT_EQ(bytesOf(coded(kEncodeBase64, source, row.adjustment)), row.base64);
+    for (const auto& [adjustment, hex, base64] : rows) {
+        SCOPED_TRACE(adjustment);
+        EXPECT_EQ(bytesOf(coded(kEncodeHex, source, adjustment)), hex);
+        EXPECT_EQ(bytesOf(coded(kEncodeBase64, source, adjustment)), base64);
     }
 }
 

@@ -1,14 +1,8 @@
 // The data stream: KT::CData and KT::RData.
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstring>
-#include <string>
+#include "kt/KTBuffer.h"
 
 #include "allocation_faults.h"
-#include "kt/KTBuffer.h"
-#include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -125,18 +119,44 @@ TEST(CDataTest, MixedValuesRoundTrip) {
     EXPECT_EQ(stream.readable(), 0);
 }
 
+// A stream over borrowed bytes must move them to a block of its own to grow;
+// the bytes just past the borrowed storage are not its own.
 TEST(CDataTest, CursorSurvivesTheStorageMoving) {
-    // A stream over borrowed bytes must move them to a block of its own to grow.
-    KT::UInt8 borrowed[500];
+    KT::UInt8 borrowed[503];
     for (int i = 0; i < 500; ++i) borrowed[i] = KT::UInt8(i);
+    std::memcpy(borrowed + 500, "XYZ", 3);
     const std::string text(reinterpret_cast<const char*>(borrowed), 500);
     KT::CData stream;
     stream.set(500, borrowed, KT::NoOwnership);
     EXPECT_EQ(get(stream, 100), text.substr(0, 100));
-    stream.resize(1000);
+    stream.put(borrowed + 500, 3);
     EXPECT_NE(stream.data, borrowed);
-    EXPECT_EQ(stream.cursorOffset(), 100);
-    EXPECT_EQ(get(stream, 400), text.substr(100));
+    EXPECT_EQ(stream.cursorOffset(), 103);
+    EXPECT_EQ(kttest::memoryOf(stream, 103), text.substr(0, 100) + "XYZ");
+    EXPECT_EQ(get(stream, 397), text.substr(103));
+}
+
+// Only a cursor within the data written has an offset; a put with the cursor
+// moved outside by hand writes at the end.
+TEST(CDataTest, CursorCountsOnlyWithinTheData) {
+    struct Row {
+        int cursor, length, offset, readable;
+    };
+    const Row rows[] = {{0, 5, 0, 5},  {5, 5, 5, 0},   {2, 5, 2, 3},  {6, 5, -1, 0},
+                        {-1, 5, -1, 0}, {0, 0, 0, 0},  {0, -1, -1, 0}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::to_string(row.cursor) + " of " + std::to_string(row.length));
+        KT::CData stream;
+        stream.put(bytes("abcde"), 5);
+        stream.length = row.length;
+        stream.cursor = stream.data + row.cursor;
+        EXPECT_EQ(stream.cursorOffset(), row.offset);
+        EXPECT_EQ(stream.readable(), row.readable);
+        if (row.offset >= 0 || row.length < 0) continue;
+        stream.put(bytes("!"), 1);
+        EXPECT_EQ(bytesOf(stream), "abcde!");
+    }
+    EXPECT_EQ(KT::CData().cursorOffset(), -1);
 }
 
 TEST(CDataTest, ReadsStopAtTheEndOfTheWrittenData) {
@@ -156,37 +176,33 @@ TEST(CDataTest, ReadsStopAtTheEndOfTheWrittenData) {
 }
 
 TEST(CDataTest, CorruptLengthPrefixIsCutToWhatRemains) {
-    struct Row {
-        int prefix;
-        std::string read;
-    };
-    const Row rows[] = {{1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.prefix);
+    // The prefix, and what is read.
+    const std::pair<int, std::string> rows[] = {
+        {1000, "abc"}, {INT_MAX, "abc"}, {-5, ""}, {INT_MIN, ""}, {2, "ab"}};
+    for (const auto& [prefix, read] : rows) {
+        SCOPED_TRACE(prefix);
         KT::CData stream;
-        stream.put<int>(row.prefix);
+        stream.put<int>(prefix);
         stream.put(bytes("abc"), 3);
         stream.reset();
-        KT::CBuffer read;
-        stream >> read;
-        EXPECT_EQ(bytesOf(read), row.read);
-        EXPECT_EQ(stream.cursorOffset(), 4 + int(row.read.size()));
+        KT::CBuffer buffer;
+        stream >> buffer;
+        EXPECT_EQ(bytesOf(buffer), read);
+        EXPECT_EQ(stream.cursorOffset(), 4 + int(read.size()));
     }
 }
 
+// clear() keeps the bytes, zero() clears the whole storage.
 TEST(CDataTest, ClearAndZeroRewind) {
-    KT::CData stream;
-    stream.put(bytes("abc"), 3);
-    stream.clear();
-    EXPECT_EQ(stream.length, 0);
-    EXPECT_EQ(stream.cursor, stream.data);
-    EXPECT_EQ(kttest::memoryOf(stream, 3), "abc");
-
-    stream.put(bytes("de"), 2);
-    stream.zero();
-    EXPECT_EQ(stream.length, 0);
-    EXPECT_EQ(stream.cursor, stream.data);
-    EXPECT_EQ(kttest::memoryOf(stream, 512), std::string(512, '\0'));
+    for (bool zero : {false, true}) {
+        SCOPED_TRACE(zero ? "zero" : "clear");
+        KT::CData stream;
+        stream.put(bytes("abc"), 3);
+        zero ? stream.zero() : stream.clear();
+        EXPECT_EQ(stream.length, 0);
+        EXPECT_EQ(stream.cursor, stream.data);
+        EXPECT_EQ(kttest::memoryOf(stream, zero ? 512 : 3), zero ? std::string(512, '\0') : "abc");
+    }
 }
 
 TEST(CDataTest, CopiesKeepTheCursorOffset) {

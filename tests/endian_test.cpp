@@ -1,8 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "kt/KTEndian.h"
+
+#include "support.h"
 
 namespace {
 

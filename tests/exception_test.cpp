@@ -1,16 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <exception>
-#include <functional>
-#include <memory>
-#include <string>
+#include "kt/KTException.h"
 
 #include "allocation_faults.h"
-#include "kt/KTBuffer.h"
-#include "kt/KTException.h"
-#include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -28,32 +19,6 @@ const ThrowSite kStringAllocationSite{"KT::CException", 43, "lib/kt/KTString.cpp
 const ThrowSite kStringFormatSite{"KT::CException", 47, "lib/kt/KTString.cpp",
                                   "void KT::CString::init(const char*, char*)",
                                   "system library call failed"};
-
-// Runs `operation`, which must throw a CException, and returns a copy of it.
-std::unique_ptr<KT::CException> thrownBy(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const KT::CException& thrown) {
-        kttest::failAllocation(0);
-        return std::make_unique<KT::CException>(thrown);
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return nullptr;
-}
-
-// Expects `thrown` to carry exactly what `site` puts into it, read through
-// every accessor and through getString(), the report on one line.
-void expectContent(const KT::CException& thrown, const ThrowSite& site) {
-    EXPECT_STREQ(thrown.what(), site.type);
-    EXPECT_STREQ(thrown.file(), site.file);
-    EXPECT_EQ(thrown.line(), site.line);
-    EXPECT_STREQ(thrown.function, site.function);
-    EXPECT_STREQ(thrown.msg(), site.message);
-    EXPECT_EQ(kttest::bytesOf(thrown.message), std::string(site.message) + '\0');
-    EXPECT_EQ(kttest::bytesOf(thrown.getString()),
-              std::string(" Exception of type '") + site.type + "' thrown [" + site.file + ":" +
-                  std::to_string(site.line) + ", " + site.function + "]: " + site.message + '\0');
-}
 
 TEST(CExceptionTest, EachThrowSiteReportsItsTypeFileLineFunctionAndMessage) {
     struct Row {
@@ -84,44 +49,12 @@ TEST(CExceptionTest, EachThrowSiteReportsItsTypeFileLineFunctionAndMessage) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.name) + (row.failFirstAllocation ? ", no memory" : ""));
-        std::unique_ptr<KT::CException> thrown = thrownBy([&] {
-            if (row.failFirstAllocation) kttest::failAllocation(1);
-            row.operation();
-        });
-        ASSERT_TRUE(thrown);
-        expectContent(*thrown, row.site);
-    }
-}
-
-TEST(CExceptionTest, PrintWritesTwoLinesToStandardError) {
-    std::unique_ptr<KT::CException> thrown = thrownBy([] { KT::CBuffer().resize(INT_MAX); });
-    ASSERT_TRUE(thrown);
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    thrown->print();
-    std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(err,
-              "exception of type 'KT::CException' thrown [lib/kt/KTBuffer.cpp:299, virtual void "
-              "KT::CBuffer::resize(KT::SIntLeast32)]:\n -> memory allocation error.\n");
-}
-
-// The message is always terminated, the NUL counted in its length, also from
-// a case copy (whose length leaves its terminator out); a copy is identical.
-TEST(CExceptionTest, CopyOwnsItsTerminatedMessage) {
-    const KT::CString messages[] = {KT::CString::createWithFormat("lost %d bytes", 3),
-                                    KT::CString("LOST 3 BYTES").getLowerCaseString()};
-    for (const KT::CString& message : messages) {
-        SCOPED_TRACE(message.length);
-        auto original = std::make_unique<KT::CException>(
-            "KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", message);
-        EXPECT_EQ(kttest::bytesOf(original->message), std::string("lost 3 bytes", 13));
-        KT::CException copy(*original);
-        EXPECT_NE(copy.message.data, original->message.data);
-        EXPECT_EQ(kttest::bytesOf(copy.message), kttest::bytesOf(original->message));
-        original.reset();
-        expectContent(copy,
-                      {"KT::CException", 12, "lib/kt/KTBuffer.cpp", "void g()", "lost 3 bytes"});
+        kttest::expectThrow(
+            [&] {
+                if (row.failFirstAllocation) kttest::failAllocation(1);
+                row.operation();
+            },
+            row.site);
     }
 }
 
@@ -144,24 +77,45 @@ TEST(CExceptionTest, AllocationFailuresAreThrownAndLeakNothing) {
     });
 }
 
-// Caught as std::exception, a subclass is still a CException with its content.
+// A copy owns its message (the original is gone when it is read), and caught
+// as std::exception each class is still a CException with its content.
 template <class E>
-void expectCaughtAsBases(const char* type) {
+void expectCopiedAndCaught(const char* type) {
     SCOPED_TRACE(type);
+    const ThrowSite site{type, 120, "lib/kt/KTSocket.cpp", "int KT::RSocket::connect()",
+                         "lost 3 bytes"};
+    auto original = std::make_unique<E>(type, site.line, site.file, site.function,
+                                        KT::CString::createWithFormat("lost %d bytes", 3));
     try {
-        throw E(type, 120, "lib/kt/KTSocket.cpp", "int KT::RSocket::connect()",
-                KT::CString("Connection refused"));
+        const E copy(*original);
+        EXPECT_NE(copy.message.data, original->message.data);
+        original.reset();
+        throw copy;
     } catch (const std::exception& thrown) {
         auto* base = dynamic_cast<const KT::CException*>(&thrown);
         ASSERT_NE(base, nullptr);
-        expectContent(*base, {type, 120, "lib/kt/KTSocket.cpp", "int KT::RSocket::connect()",
-                              "Connection refused"});
+        kttest::expectSite(*base, site);
     }
 }
 
-TEST(CExceptionTest, SubclassesAreCaughtAsCExceptionAndStdException) {
-    expectCaughtAsBases<KT::CNetworkException>("CNetworkException");
-    expectCaughtAsBases<KT::CInterruptedException>("CInterruptedException");
+TEST(CExceptionTest, CopiesOwnTheirMessageAndAreCaughtAsEveryBase) {
+    expectCopiedAndCaught<KT::CException>("KT::CException");
+    expectCopiedAndCaught<KT::CNetworkException>("CNetworkException");
+    expectCopiedAndCaught<KT::CInterruptedException>("CInterruptedException");
+}
+
+// The message is always terminated, the NUL counted in its length, also from
+// a case copy (whose length leaves its terminator out); a copy is identical.
+TEST(CExceptionTest, MessagesAreTerminatedAndCopiedWhole) {
+    const KT::CString messages[] = {KT::CString::createWithFormat("lost %d bytes", 3),
+                                    KT::CString("LOST 3 BYTES").getLowerCaseString()};
+    for (const KT::CString& message : messages) {
+        SCOPED_TRACE(message.length);
+        const KT::CException original("KT::CException", 12, "f.cpp", "void g()", message);
+        const KT::CException copy(original);
+        EXPECT_EQ(kttest::bytesOf(original.message), std::string("lost 3 bytes", 13));
+        EXPECT_EQ(kttest::bytesOf(copy.message), kttest::bytesOf(original.message));
+    }
 }
 
 }  // namespace

@@ -1,25 +1,6 @@
 #include "kt/KTServerSocket.h"
-
-#include <arpa/inet.h>
-#include <pthread.h>
-#include <signal.h>
-#include <sys/socket.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstring>
-#include <exception>
-#include <functional>
-#include <list>
-#include <map>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "allocation_faults.h"
-#include "kt/KTException.h"
-#include "net_test_support.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -84,43 +65,46 @@ TEST_F(RServerSocketTest, AcceptedSocketDescribesBothEndsAndMovesBytes) {
     }
 }
 
-TEST_F(RServerSocketTest, FailedConstructionThrowsTheSystemMessageAndClosesTheDescriptor) {
+// Each failure throws the system's message and leaves no descriptor open; a
+// closed server's accept() returns nothing.
+TEST_F(RServerSocketTest, FailuresThrowTheSystemMessageAndCloseTheDescriptor) {
     Server first;
     const std::uint16_t taken = localPort(first.socket.descriptor);
+    KT::RServerSocket datagrams("127.0.0.1", 0, SOCK_DGRAM, 0),
+        unlistened("127.0.0.1", 0, SOCK_STREAM, 0);
     sockaddr_in* noRecord = nullptr;
-    const std::tuple<const char*, std::function<void()>, int> rows[] = {
-        {"address in use", [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); },
-         EADDRINUSE},
-        {"port form on a port in use", [&] { KT::RServerSocket(taken, SOCK_STREAM, 0); },
-         EADDRINUSE},
-        {"unreadable address text binds 255.255.255.255",
-         [] { KT::RServerSocket("localhost", 0, SOCK_STREAM, 0); }, EADDRNOTAVAIL},
-        {"no record gives the empty record", [&] { KT::RServerSocket(noRecord, SOCK_STREAM, 0); },
-         EAFNOSUPPORT},
+    auto bindFailure = [](int error) {
+        return ThrowSite{"CNetworkException", kBindLine, kSocketFile, kBind, std::strerror(error)};
     };
-    for (const auto& [what, construct, error] : rows) {
+    const ThrowSite bindSite = bindFailure(EADDRINUSE),
+                    listenSite{"CNetworkException", kListenLine, kServerFile, kListen,
+                               std::strerror(EOPNOTSUPP)};
+    const std::tuple<const char*, std::function<void()>, ThrowSite> rows[] = {
+        {"address in use", [&] { KT::RServerSocket("127.0.0.1", taken, SOCK_STREAM, 0); },
+         bindSite},
+        {"port form on a port in use", [&] { KT::RServerSocket(taken, SOCK_STREAM, 0); }, bindSite},
+        {"unreadable address text binds 255.255.255.255",
+         [] { KT::RServerSocket("nowhere", 0, SOCK_STREAM, 0); }, bindFailure(EADDRNOTAVAIL)},
+        {"no record gives the empty record", [&] { KT::RServerSocket(noRecord, SOCK_STREAM, 0); },
+         bindFailure(EAFNOSUPPORT)},
+        {"no such socket type",
+         [] { KT::RServerSocket(KT::UInt16(0), 12345, 0); },
+         {"CNetworkException", kSocketLine, kSocketFile, kRecordConstructor,
+          std::strerror(EINVAL)}},
+        {"listen on datagrams", [&] { datagrams.listen(1); }, listenSite},
+        {"accept without listening",
+         [&] { unlistened.accept(); },
+         {"CNetworkException", kAcceptLine, kServerFile, kAccept, std::strerror(EINVAL)}}};
+    for (const auto& [what, action, site] : rows) {
         SCOPED_TRACE(what);
         const int open = openDescriptors();
-        expectThrow<KT::CNetworkException>(
-            construct, {"CNetworkException", kBindLine, kSocketFile, kBind, std::strerror(error)});
+        expectThrow<KT::CNetworkException>(action, site);
         EXPECT_EQ(openDescriptors(), open);
     }
-    expectThrow<KT::CNetworkException>(
-        [] { KT::RServerSocket server(KT::UInt16(0), 12345, 0); },
-        {"CNetworkException", kSocketLine, kSocketFile, kRecordConstructor, std::strerror(EINVAL)});
-}
-
-// Without memory for its report, a failure surfaces as the allocation's own
-// exception, and a failed constructor still closes its descriptor.
-TEST_F(RServerSocketTest, ListenFailureThrowsTheSystemMessageAndReportsWithoutMemoryLeakNothing) {
-    Server first;
-    const std::uint16_t taken = localPort(first.socket.descriptor);
-    KT::RServerSocket datagrams("127.0.0.1", 0, SOCK_DGRAM, 0);
-    const ThrowSite bindSite{"CNetworkException", kBindLine, kSocketFile, kBind,
-                             std::strerror(EADDRINUSE)};
-    const ThrowSite listenSite{"CNetworkException", kListenLine, kServerFile, kListen,
-                               std::strerror(EOPNOTSUPP)};
-    expectThrow<KT::CNetworkException>([&] { datagrams.listen(1); }, listenSite);
+    EXPECT_EQ(unlistened.close(), 0);
+    EXPECT_EQ(unlistened.accept().descriptor, -1);
+    // Without memory for its report, a failure surfaces as the allocation's
+    // own exception, and a failed constructor still closes its descriptor.
     const int open = openDescriptors();
     expectFailures({
         {"bind",
@@ -131,15 +115,6 @@ TEST_F(RServerSocketTest, ListenFailureThrowsTheSystemMessageAndReportsWithoutMe
         {"listen", [&] { whenThrownBy(listenSite, [&] { datagrams.listen(1); }); }, {44, 44}},
     });
     EXPECT_EQ(openDescriptors(), open);
-}
-
-TEST_F(RServerSocketTest, AcceptFailsWithoutListeningAndReturnsNothingAfterClose) {
-    KT::RServerSocket server("127.0.0.1", 0, SOCK_STREAM, 0);
-    expectThrow<KT::CNetworkException>(
-        [&] { server.accept(); },
-        {"CNetworkException", kAcceptLine, kServerFile, kAccept, std::strerror(EINVAL)});
-    EXPECT_EQ(server.close(), 0);
-    EXPECT_EQ(server.accept().descriptor, -1);
 }
 
 TEST_F(RServerSocketTest, SignalInterruptsAcceptAndTheNextAcceptWorks) {

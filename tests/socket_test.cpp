@@ -1,22 +1,8 @@
 #include "kt/KTSocket.h"
 
-#include <arpa/inet.h>
-#include <arpa/nameser.h>
-#include <fcntl.h>
-#include <netdb.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <string>
-#include <tuple>
-
-#include "KTSocketInternal.h"
-#include "kt/KTException.h"
-#include "net_test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -44,7 +30,7 @@ struct Connection {
     Fd peer;
 };
 
-TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndSkipsEmptyTransfers) {
+TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndIsRSocketSeesOnlyOpenDescriptors) {
     KT::RSocket socket;
     EXPECT_EQ(socket.descriptor, -1);
     EXPECT_TRUE(sameRecord(socket.remoteAddress, emptyRecord()));
@@ -68,90 +54,59 @@ TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndSkipsEmptyTransfers) {
     }
     EXPECT_EQ(socket.read(buffer, 1), -1);
     EXPECT_EQ(errno, EBADF);
+    // isRSocket() answers -1 for every open descriptor.
+    KT::RSocket made(nullptr, SOCK_STREAM, nullptr, 0);
+    EXPECT_EQ(KT::RSocket::isRSocket(made.descriptor), -1);
+    Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(KT::RSocket::isRSocket(file.get()), -1);
+    int closed = ::dup(file.get());
+    ::close(closed);
+    EXPECT_EQ(KT::RSocket::isRSocket(closed), 0);
 }
 
-// Neither a dotted address nor a name in the hosts file asks a name server.
-TEST_F(RSocketTest, DottedHostAndLocalhostNeedNoNameServer) {
-    LoopbackResolver resolver(ns_r_nxdomain);
-    KT::RSocket socket("10.0.0.1", 80, SOCK_STREAM, 0);
-    sockaddr_in expected = loopback(80);
-    expected.sin_addr.s_addr = inet_addr("10.0.0.1");
-    EXPECT_TRUE(sameRecord(socket.remoteAddress, expected));
-    EXPECT_TRUE(sameRecord(socket.localAddress, sockaddr_in{}));
-    EXPECT_STREQ(socket.getRemoteAddress(), "10.0.0.1");
-    EXPECT_EQ(socket.getRemoteAddressUInt32(), 0x0A000001u);
-    EXPECT_EQ(socket.getRemotePort(), 80);
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_NE(socket.descriptor, -1);
-    EXPECT_FALSE(closeOnExec(socket.descriptor));
-    KT::RSocket local("localhost", 8080, SOCK_STREAM, KT::RSocket::CloseOnExec);
-    EXPECT_STREQ(local.getRemoteAddress(), "127.0.0.1");
-    EXPECT_EQ(local.getRemotePort(), 8080);
-    EXPECT_TRUE(closeOnExec(local.descriptor));
-    EXPECT_EQ(resolver.queries(), 0);
-}
-
-// Each resolver error has its message; the errors a name server's answer
-// causes also reach the caller of the host-name constructor, which then holds
-// no descriptor.
-TEST_F(RSocketTest, ResolverErrorsThrowTheirMessagesAndOpenNothing) {
-    // The resolver error, the name server answer that causes it (-1: none) and its message.
-    const std::tuple<int, int, const char*> rows[] = {
-        {NETDB_INTERNAL, -1,
+// A dotted address needs no lookup; a failed lookup throws its message and
+// opens nothing, but one that fails without an error leaves INADDR_NONE.
+TEST_F(RSocketTest, HostNameConstructorResolvesOrThrowsTheLookupMessage) {
+    const std::tuple<const char*, int, const char*, const char*> rows[] = {
+        {"10.0.0.1", HOST_NOT_FOUND, "10.0.0.1", nullptr},
+        {"localhost", HOST_NOT_FOUND, "127.0.0.1", nullptr},
+        {"unknown", NETDB_SUCCESS, "255.255.255.255", nullptr},
+        {"unknown", NETDB_INTERNAL, nullptr,
          "Internal error in the network library, unrelated to the  network  or  name service."},
-        {HOST_NOT_FOUND, ns_r_nxdomain, "No such host is known."},
-        {TRY_AGAIN, ns_r_servfail, "No response from server"},
-        {NO_RECOVERY, ns_r_formerr,
+        {"unknown", HOST_NOT_FOUND, nullptr, "No such host is known."},
+        {"unknown", TRY_AGAIN, nullptr, "No response from server"},
+        {"unknown", NO_RECOVERY, nullptr,
          "Some unexpected server failure was encountered.  This is a  non-recoverable error."},
-        {NO_DATA, ns_r_noerror, "The requested  name  is  valid but does not have an IP  address."},
-        {5, -1, "Unkown error."},
-        {-2, -1, "Unkown error."},
+        {"unknown", NO_DATA, nullptr,
+         "The requested  name  is  valid but does not have an IP  address."},
+        {"unknown", 5, nullptr, "Unkown error."}, {"unknown", -2, nullptr, "Unkown error."},
     };
-    for (const auto& [error, answer, message] : rows) {
-        SCOPED_TRACE(error);
-        EXPECT_STREQ(KT::detail::resolverMessage(error), message);
-        if (answer < 0) continue;
-        LoopbackResolver resolver(answer);
-        const int open = openDescriptors();
-        expectThrow<KT::CNetworkException>(
-            [] { KT::RSocket socket("nothing.invalid", 80, SOCK_STREAM, 0); },
-            {"CNetworkException", kResolveLine, kSocketFile, kHostConstructor, message});
-        EXPECT_EQ(openDescriptors(), open);
-        EXPECT_GE(resolver.queries(), 1);
-    }
-    // Success with no host record is let through: the address stays INADDR_NONE.
-    EXPECT_EQ(KT::detail::resolverMessage(NETDB_SUCCESS), nullptr);
-}
-
-// The sources name the lines their exceptions report in constants; this keeps
-// those constants on the throws they stand for as the files change.
-TEST(ThrowSiteTest, ReportedLinesAreTheLinesOfTheThrows) {
-    const std::string tests = __FILE__;
-    const std::string root = tests.substr(0, tests.rfind("/tests/"));
-    const std::tuple<const char*, int, const char*> rows[] = {
-        {kSocketFile, kSocketLine, "kSocketLine"},
-        {kSocketFile, kResolveLine, "kResolveLine"},
-        {kSocketFile, kBindLine, "kBindLine"},
-        {kServerFile, kListenLine, "kListenLine"},
-        {kServerFile, kInterruptedLine, "kInterruptedLine"},
-        {kServerFile, kAcceptLine, "kAcceptLine"},
-    };
-    for (const auto& [file, number, constant] : rows) {
-        SCOPED_TRACE(constant);
-        std::ifstream source(root + "/" + file);
-        ASSERT_TRUE(source) << root << "/" << file;
-        std::string line, call;
-        for (int n = 1; n <= number && std::getline(source, line); ++n) {
+    for (const auto& [host, error, address, message] : rows) {
+        SCOPED_TRACE(std::string(host) + " " + std::to_string(error));
+        hostLookupError = error;
+        const int lookups = hostLookups, open = openDescriptors();
+        auto make = [host = host] { return KT::RSocket(host, 80, SOCK_STREAM, 0); };
+        if (message) {
+            expectThrow<KT::CNetworkException>(
+                make, {"CNetworkException", kResolveLine, kSocketFile, kHostConstructor, message});
+            EXPECT_EQ(openDescriptors(), open);
+            continue;
         }
-        EXPECT_NE(line.find("raise<"), std::string::npos) << line;
-        // The call runs on until its semicolon; the constant is one of its arguments.
-        for (call = line; call.find(';') == std::string::npos && std::getline(source, line);)
-            call += line;
-        EXPECT_NE(call.find(constant), std::string::npos) << call;
+        KT::RSocket socket = make();
+        EXPECT_EQ(hostLookups - lookups, host[0] == '1' ? 0 : 1);
+        EXPECT_STREQ(socket.getRemoteAddress(), address);
+        EXPECT_EQ(socket.getRemoteAddressUInt32(), ntohl(inet_addr(address)));
+        sockaddr_in remote = loopback(80);
+        remote.sin_addr.s_addr = inet_addr(address);
+        EXPECT_TRUE(sameRecord(socket.remoteAddress, remote));
+        EXPECT_TRUE(sameRecord(socket.localAddress, sockaddr_in{}));
+        EXPECT_NE(socket.descriptor, -1);
+        EXPECT_FALSE(socket.isConnected());
     }
+    hostLookupError = HOST_NOT_FOUND;
 }
 
-TEST_F(RSocketTest, ConstructorsKeepTheGivenRecordsAndAnAdoptedDescriptorAsItCame) {
+TEST_F(RSocketTest, ConstructorsKeepTheRecordsAndAdoptedDescriptorAndThrowOnlyFromTheRecordForm) {
     sockaddr_in remote = loopback(1234);
     sockaddr_in local = loopback(0);
     KT::RSocket given(&remote, SOCK_DGRAM, &local, 0);
@@ -178,9 +133,8 @@ TEST_F(RSocketTest, ConstructorsKeepTheGivenRecordsAndAnAdoptedDescriptorAsItCam
         EXPECT_TRUE(sameRecord(adopted.localAddress, emptyRecord()));
     }
     EXPECT_EQ(::fcntl(fd, F_GETFD), -1) << "the owner closes what it adopted";
-}
 
-TEST_F(RSocketTest, FailingSocketCallThrowsOnlyFromTheAddressRecordConstructor) {
+    // A failing socket() throws only from the address-record constructor.
     const int noSuchType = 12345;
     expectThrow<KT::CNetworkException>(
         [] { KT::RSocket socket(nullptr, noSuchType, nullptr, 0); },
@@ -333,7 +287,7 @@ TEST_F(RSocketTest, CopiesAndAssignmentsUseTheirOwnDescriptorForTheSameConnectio
     EXPECT_EQ(KT::RSocket(c.client).descriptor, -1);
 }
 
-TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
+TEST_F(RSocketTest, BindThrowsOnAListeningAddressAndTakesOneLeftInTimeWait) {
     RawListener listener;
     sockaddr_in taken = listener.address();
     KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
@@ -341,19 +295,17 @@ TEST_F(RSocketTest, BindToAListeningAddressThrowsTheSystemMessage) {
         [&] { socket.bind(&taken); },
         {"CNetworkException", kBindLine, kSocketFile, kBind, std::strerror(EADDRINUSE)});
     EXPECT_TRUE(sameRecord(socket.localAddress, taken));
-}
 
-// Bind allows address reuse first, so it succeeds where a plain bind fails.
-TEST_F(RSocketTest, BindToTheStoredRecordSucceedsOnAPortAnEarlierServerLeftInTimeWait) {
+    // Bind allows address reuse first, so it succeeds where a plain bind fails.
     std::uint16_t port;
     {
-        RawListener listener;
+        RawListener earlier;
         // The earlier server allowed reuse too, as servers on this port do.
         int reuse = 1;
-        ::setsockopt(listener.fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-        port = listener.port();
-        Fd client = rawConnect(listener.address());
-        Fd server = listener.accept();
+        ::setsockopt(earlier.fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+        port = earlier.port();
+        Fd client = rawConnect(earlier.address());
+        Fd server = earlier.accept();
         server.close();  // the side that closes first keeps the port in TIME_WAIT
         EXPECT_EQ(readRaw(client.get(), 1), "");
     }
@@ -361,20 +313,10 @@ TEST_F(RSocketTest, BindToTheStoredRecordSucceedsOnAPortAnEarlierServerLeftInTim
     Fd plain(::socket(AF_INET, SOCK_STREAM, 0));
     ASSERT_EQ(::bind(plain.get(), asGeneric(&address), sizeof address), -1)
         << "the port should still be in TIME_WAIT";
-    KT::RSocket socket(nullptr, SOCK_STREAM, &address, 0);
-    EXPECT_EQ(socket.bind(nullptr), 0);
-    EXPECT_STREQ(socket.getLocalAddress(), "127.0.0.1");
-    EXPECT_EQ(localPort(socket.descriptor), port);
-}
-
-TEST_F(RSocketTest, IsRSocketAnswersMinusOneForEveryOpenDescriptor) {
-    KT::RSocket socket(nullptr, SOCK_STREAM, nullptr, 0);
-    EXPECT_EQ(KT::RSocket::isRSocket(socket.descriptor), -1);
-    Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(KT::RSocket::isRSocket(file.get()), -1);
-    int closed = ::dup(file.get());
-    ::close(closed);
-    EXPECT_EQ(KT::RSocket::isRSocket(closed), 0);
+    KT::RSocket reusing(nullptr, SOCK_STREAM, &address, 0);
+    EXPECT_EQ(reusing.bind(nullptr), 0);
+    EXPECT_STREQ(reusing.getLocalAddress(), "127.0.0.1");
+    EXPECT_EQ(localPort(reusing.descriptor), port);
 }
 
 }  // namespace

@@ -1,17 +1,9 @@
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
+#include "kt/KTString.h"
 
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <vector>
+#include <sys/mman.h>
 
 #include "allocation_faults.h"
-#include "kt/KTString.h"
-#include "test_support.h"
+#include "support.h"
 
 namespace {
 
@@ -101,55 +93,40 @@ TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) 
 // Compared as strcmp() reads the storage, up to its first NUL, or to its end
 // where it holds none (as though one stood there), whatever the length.
 TEST(CStringTest, ComparesWithTheStoredText) {
-    struct Row {
-        std::string stored;  // the whole storage; none: the empty state
-        const char* other;
-        bool equal;
-        int length = -1;  // -1: all of the storage
-    };
-    const Row rows[] = {
-        {withNul("abc"), "abc", true},
-        {withNul("abc"), "abd", false},
-        {withNul("abc"), "ab", false},
-        {withNul("ab"), "abc", false},
-        {withNul(""), "", true},
-        {"", "", true},
-        {"", "a", false},
-        {std::string("ab\0cd", 6), "ab", true},
-        {"xyz", "xyz", true},
-        {"xyz", "xy", false},
-        {"xyz", "xyz", true, 2},
-        {withNul("abcd"), "abcd", true, 0},  // cleared
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.stored + " vs " + row.other);
-        std::vector<KT::UInt8> storage(row.stored.begin(), row.stored.end());
-        KT::CString text = borrowing(storage, row.length);
-        EXPECT_EQ(text == row.other, row.equal);
-        EXPECT_EQ(text != row.other, !row.equal);
+    // The whole storage (none: the empty state), the text, whether equal, and
+    // the length in use (-1: all of the storage).
+    const std::tuple<std::string, const char*, bool, int> rows[] = {
+        {withNul("abc"), "abc", true, -1}, {withNul("abc"), "abd", false, -1},
+        {withNul("abc"), "ab", false, -1}, {withNul("ab"), "abc", false, -1},
+        {withNul(""), "", true, -1}, {"", "", true, -1}, {"", "a", false, -1},
+        {std::string("ab\0cd", 6), "ab", true, -1}, {"xyz", "xyz", true, -1},
+        {"xyz", "xy", false, -1}, {"xyz", "xyz", true, 2},
+        {withNul("abcd"), "abcd", true, 0}};  // cleared
+    for (const auto& [stored, other, equal, length] : rows) {
+        SCOPED_TRACE(stored + " vs " + other);
+        std::vector<KT::UInt8> storage(stored.begin(), stored.end());
+        const KT::CString text = borrowing(storage, length);
+        EXPECT_EQ(text == other, equal);
+        EXPECT_EQ(text != other, !equal);
     }
 }
 
-TEST(CStringTest, EmptyStateCopiesAndSearchesSafely) {
+TEST(CStringTest, CopiesAreDeepAndOfTheEmptyStateEmpty) {
     KT::CString empty, assigned("abc");
     assigned = empty;
-    expectEmptyState(empty);
-    expectEmptyState(assigned);
-    expectEmptyState(KT::CString(empty));
-    expectEmptyState(empty.getLowerCaseString());
-    expectEmptyState(empty.getUpperCaseString());
+    for (const KT::CString& copy : {empty, assigned, KT::CString(empty), empty.getLowerCaseString(),
+                                    empty.getUpperCaseString()})
+        expectEmptyState(copy);
     EXPECT_STREQ(empty.c_str(), "");
     EXPECT_EQ(empty.find('a', 0), -1);
     EXPECT_EQ(empty.find("", 0), -1);
     EXPECT_EQ(empty.reverseFind('\0', -1), -1);
     EXPECT_EQ(bytesOf(empty.getSubString(0, 0)), withNul(""));
-}
 
-TEST(CStringTest, CopiesAreDeep) {
     const KT::CString source("abc");
-    KT::CString copy(source), assigned = KT::CString::createWithFormat("%2000d", 5);
-    assigned = source;
-    for (const KT::CString* string : {&copy, &assigned}) {
+    KT::CString copy(source), overwritten = KT::CString::createWithFormat("%2000d", 5);
+    overwritten = source;
+    for (const KT::CString* string : {&copy, &overwritten}) {
         EXPECT_NE(string->data, source.data);
         EXPECT_EQ(bytesOf(*string), withNul("abc"));
     }
@@ -204,84 +181,56 @@ TEST(CStringTest, FindsCharactersForwardsAndBackwards) {
 
 // Searched as strstr() reads the storage, as the comparison above does.
 TEST(CStringTest, FindsTextForwardsInEveryForm) {
-    struct Row {
-        std::string stored;  // the whole storage
-        const char* text;
-        int start, found;
-        int length = -1;  // -1: all of the storage
-    };
-    const Row rows[] = {
-        {withNul("abc"), "bc", 0, 1},
-        {withNul("abc"), "", 1, 1},
-        {withNul("abc"), "", 3, 3},
-        {withNul("abc"), "", 4, -1},
-        {withNul("abc"), "abcd", 0, -1},
-        {withNul("abc"), "c", -2, -1},
-        {withNul("abc"), "a", 1, -1},
-        {withNul("abcabc"), "bc", 2, 4},
-        {std::string("ab\0cd", 6), "cd", 0, -1},
-        {"xyz", "z", 0, 2},
-        {"xyz", "yz!", 0, -1},
-        {withNul("abc1"), "c1", 0, 2, 3},  // a case copy of a case copy
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.text) + " in " + row.stored);
-        std::vector<KT::UInt8> storage(row.stored.begin(), row.stored.end());
-        std::vector<KT::UInt8> needle(row.text, row.text + std::strlen(row.text));
-        KT::CString text = borrowing(storage, row.length);
-        EXPECT_EQ(text.find(row.text, row.start), row.found);
-        EXPECT_EQ(text.find(KT::CString(row.text), row.start), row.found);
-        EXPECT_EQ(text.find(borrowing(needle, -1), row.start), row.found);
+    // The whole storage, the text, where the search starts, what it finds, and
+    // the length in use (-1: all of the storage).
+    const std::string abc = withNul("abc");
+    const std::tuple<std::string, const char*, int, int, int> rows[] = {
+        {abc, "bc", 0, 1, -1}, {abc, "", 1, 1, -1}, {abc, "", 3, 3, -1}, {abc, "", 4, -1, -1},
+        {abc, "abcd", 0, -1, -1}, {abc, "c", -2, -1, -1}, {abc, "a", 1, -1, -1},
+        {withNul("abcabc"), "bc", 2, 4, -1}, {std::string("ab\0cd", 6), "cd", 0, -1, -1},
+        {"xyz", "z", 0, 2, -1}, {"xyz", "yz!", 0, -1, -1},
+        {withNul("abc1"), "c1", 0, 2, 3}};  // a case copy of a case copy
+    for (const auto& [stored, text, start, found, length] : rows) {
+        SCOPED_TRACE(std::string(text) + " in " + stored + " from " + std::to_string(start));
+        std::vector<KT::UInt8> storage(stored.begin(), stored.end());
+        std::vector<KT::UInt8> needle(text, text + std::strlen(text));
+        const KT::CString string = borrowing(storage, length);
+        EXPECT_EQ(string.find(text, start), found);
+        EXPECT_EQ(string.find(KT::CString(text), start), found);
+        EXPECT_EQ(string.find(borrowing(needle, -1), start), found);
     }
 }
 
 TEST(CStringTest, SubstringsCountTheirTerminator) {
-    struct Row {
-        std::string source;  // stored as given
-        int start, count;
-        std::string bytes;  // in use afterwards
-        int capacity;       // 1: the borrowed ""
-    };
-    const std::string abcd = withNul("abcd"), embedded("ab\0cd", 6);
-    const std::string x511(511, 'x'), x1024(1024, 'x');
-    const Row rows[] = {
-        {abcd, 1, 0, withNul("bcd"), 512},
-        {abcd, 1, 2, withNul("bc"), 512},
-        {abcd, 1, 10, withNul("bcd"), 512},
-        {abcd, 1, INT_MAX, withNul("bcd"), 512},
-        {abcd, 0, 4, withNul("abcd"), 512},
-        {abcd, 3, 1, withNul("d"), 512},
-        {abcd, 4, 0, withNul(""), 512},
-        {abcd, 5, 1, withNul(""), 1},
-        {abcd, -1, 2, withNul(""), 1},
-        {abcd, 1, -1, withNul(""), 1},
-        {embedded, 0, 3, std::string("ab\0", 3), 512},
-        {embedded, 1, 3, withNul(std::string("b\0c", 3)), 512},
-        {"abcd", 0, 0, withNul("abc"), 512},
+    // The source as stored, start, count, the bytes in use afterwards and the
+    // capacity (1: the borrowed "").
+    const std::string abcd = withNul("abcd"), embedded("ab\0cd", 6), x511(511, 'x'),
+                      x1024(1024, 'x');
+    const std::tuple<std::string, int, int, std::string, int> rows[] = {
+        {abcd, 1, 0, withNul("bcd"), 512}, {abcd, 1, 2, withNul("bc"), 512},
+        {abcd, 1, 10, withNul("bcd"), 512}, {abcd, 1, INT_MAX, withNul("bcd"), 512},
+        {abcd, 0, 4, withNul("abcd"), 512}, {abcd, 3, 1, withNul("d"), 512},
+        {abcd, 4, 0, withNul(""), 512}, {abcd, 5, 1, withNul(""), 1}, {abcd, -1, 2, withNul(""), 1},
+        {abcd, 1, -1, withNul(""), 1}, {embedded, 0, 3, std::string("ab\0", 3), 512},
+        {embedded, 1, 3, withNul(std::string("b\0c", 3)), 512}, {"abcd", 0, 0, withNul("abc"), 512},
         {x511 + "tail", 0, 511, withNul(x511), 512},
         {x511 + "tail", 0, 512, withNul(x511 + "t"), 1024},
-        {x1024 + "tail", 0, 1024, withNul(x1024), 1536},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.source.substr(0, 10) + " " + std::to_string(row.start) + "," +
-                     std::to_string(row.count));
-        KT::CString sub = stringOf(row.source).getSubString(row.start, row.count);
-        EXPECT_EQ(bytesOf(sub), row.bytes);
-        EXPECT_EQ(sub.capacity, row.capacity);
-        EXPECT_EQ(sub.owner, row.capacity == 1 ? 0 : 1);
+        {x1024 + "tail", 0, 1024, withNul(x1024), 1536}};
+    for (const auto& [source, start, count, bytes, capacity] : rows) {
+        SCOPED_TRACE(source.substr(0, 10) + " " + std::to_string(start) + "," +
+                     std::to_string(count));
+        KT::CString sub = stringOf(source).getSubString(start, count);
+        EXPECT_EQ(bytesOf(sub), bytes);
+        EXPECT_EQ(sub.capacity, capacity);
+        EXPECT_EQ(sub.owner, capacity == 1 ? 0 : 1);
     }
 }
 
 // A substring past the end borrows one "" that every such substring shares:
 // writing into it copies it first, so that the next one still reads "".
 TEST(CStringTest, WritesIntoASubstringPastTheEndCopyItFirst) {
-    struct Row {
-        const char* name;
-        std::function<void(KT::CString&)> write;
-        std::string bytes;
-    };
     const auto* x = reinterpret_cast<const KT::UInt8*>("X");
-    const Row rows[] = {
+    const std::tuple<const char*, std::function<void(KT::CString&)>, std::string> rows[] = {
         {"append", [&](KT::CString& s) { s.append(1, x); }, std::string("\0X", 2)},
         {"append after clear",
          [&](KT::CString& s) {
@@ -291,16 +240,14 @@ TEST(CStringTest, WritesIntoASubstringPastTheEndCopyItFirst) {
          "X"},
         {"odd hex digit", [](KT::CString& s) { s.decodeHex(KT::CString("4"), -1); },
          withNul("\xFF")},
-        {"zero", [](KT::CString& s) { s.zero(); }, ""},
-    };
+        {"zero", [](KT::CString& s) { s.zero(); }, ""}};
     const KT::CString source("abc");
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, write, bytes] : rows) {
+        SCOPED_TRACE(name);
         KT::CString written = source.getSubString(4, 0);
-        row.write(written);
-        EXPECT_EQ(bytesOf(written), row.bytes);
-        KT::CString next = source.getSubString(4, 0);
-        EXPECT_EQ(bytesOf(next), withNul(""));
+        write(written);
+        EXPECT_EQ(bytesOf(written), bytes);
+        EXPECT_EQ(bytesOf(source.getSubString(4, 0)), withNul(""));
     }
 }
 
@@ -330,32 +277,24 @@ TEST(CStringTest, TextTooLongToCountIsAnAllocationFailure) {
 }
 
 TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
-    struct Row {
-        std::string source;  // stored as given
-        bool upper;
-        std::string memory;  // the copy's bytes in use and the one after them
-    };
+    // The source as stored, upper or lower, and the copy's bytes in use and
+    // the one after them.
     const std::string high("\xC4\xE4@[`{", 7), m512(512, 'm');
-    const Row rows[] = {
-        {withNul("AbC1"), false, withNul("abc1")},
-        {withNul("aBc"), true, withNul("ABC")},
-        {withNul("AZaz"), false, withNul("azaz")},
-        {withNul("AZaz"), true, withNul("AZAZ")},
-        {high, false, high},
-        {high, true, high},
-        {withNul(""), true, withNul("")},
+    const std::tuple<std::string, bool, std::string> rows[] = {
+        {withNul("AbC1"), false, withNul("abc1")}, {withNul("aBc"), true, withNul("ABC")},
+        {withNul("AZaz"), false, withNul("azaz")}, {withNul("AZaz"), true, withNul("AZAZ")},
+        {high, false, high}, {high, true, high}, {withNul(""), true, withNul("")},
         {withNul(m512), true, withNul(std::string(512, 'M'))},
         // A case copy of a case copy: the four bytes, a length of three.
-        {"abc1", true, "ABC1"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.source.substr(0, 10));
-        KT::CString source = stringOf(row.source);
-        KT::CString copy = row.upper ? source.getUpperCaseString() : source.getLowerCaseString();
-        ASSERT_EQ(copy.length, int(row.memory.size()) - 1);
-        ASSERT_GE(copy.capacity, int(row.memory.size()));
-        EXPECT_EQ(kttest::memoryOf(copy, int(row.memory.size())), row.memory);
-        EXPECT_EQ(bytesOf(source), row.source);
+        {"abc1", true, "ABC1"}};
+    for (const auto& [bytes, upper, memory] : rows) {
+        SCOPED_TRACE(bytes.substr(0, 10));
+        KT::CString source = stringOf(bytes);
+        KT::CString copy = upper ? source.getUpperCaseString() : source.getLowerCaseString();
+        ASSERT_EQ(copy.length, int(memory.size()) - 1);
+        ASSERT_GE(copy.capacity, int(memory.size()));
+        EXPECT_EQ(kttest::memoryOf(copy, int(memory.size())), memory);
+        EXPECT_EQ(bytesOf(source), bytes);
         // A copy takes the counted bytes and keeps a NUL after them where its
         // storage has room (not after a whole number of 512-byte blocks).
         KT::CString again(copy), assigned("old");
@@ -363,7 +302,7 @@ TEST(CStringTest, CaseCopiesDoNotCountTheirTerminator) {
         EXPECT_EQ(bytesOf(again), bytesOf(copy));
         EXPECT_EQ(bytesOf(assigned), bytesOf(copy));
         if (again.length % 512 != 0) {
-            EXPECT_STREQ(again.c_str(), row.memory.substr(0, size_t(copy.length)).c_str());
+            EXPECT_STREQ(again.c_str(), memory.substr(0, size_t(copy.length)).c_str());
         }
     }
 }

@@ -12,12 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "net_test_support.h"
-#include "process.h"
+#include "support.h"
 
 namespace {
 
-using test::kt;
+using kttest::kt;
 
 constexpr std::chrono::seconds kLimit(10);  // for a whole child program
 
@@ -64,21 +63,21 @@ void expectFetch(std::vector<std::string> args, std::uint16_t port, int status,
                  const std::string& out, const std::string& err) {
     for (std::string& arg : args) arg = withPort(arg, port);
     args.insert(args.begin(), "fetch");
-    const test::ProcessResult result = kt(args, "", kLimit);
+    const kttest::ProcessResult result = kt(args, "", kLimit);
     EXPECT_EQ(result.status, status);
     EXPECT_TRUE(result.out == out) << result.out.size() << " bytes, not " << out.size();
     EXPECT_EQ(result.err, withPort(err, port));
 }
 
 Listening serve(std::vector<std::string> args) {
-    args.insert(args.begin(), {test::ktProgram(), "serve", "--port", "0"});
+    args.insert(args.begin(), {kttest::ktProgram(), "serve", "--port", "0"});
     return Listening(args, "kt serve: listening on 127.0.0.1:");
 }
 
 TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
     if (!kttest::onPath("curl")) GTEST_SKIP() << "curl is not installed";
-    test::Folder root, outside;
-    std::string binary = test::randomBytes(3000, 1);
+    kttest::Folder root, outside;
+    std::string binary = kttest::randomBytes(3000, 1);
     root.write("a.txt", "hello\n");
     root.write("a b.txt", "spaced\n");
     root.write("index.html", "<p>index</p>\n");
@@ -116,7 +115,7 @@ TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
                                          "--max-time", "5", "-w", "|%{http_code}|%{content_type}"};
         argv.insert(argv.end(), row.options.begin(), row.options.end());
         argv.push_back(server.url(row.path));
-        test::ProcessResult result = test::runProcess(argv, "", kLimit);
+        kttest::ProcessResult result = kttest::runProcess(argv, "", kLimit);
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.out, row.out);
     }
@@ -129,8 +128,8 @@ TEST(NetToolTest, ServeAnswersCurlAndRefusesEscapes) {
 
 TEST(NetToolTest, FetchReadsPythonHttpServer) {
     if (!kttest::onPath("python3")) GTEST_SKIP() << "python3 is not installed";
-    test::Folder root, downloads;
-    std::string big = test::randomBytes(1 << 20, 2);
+    kttest::Folder root, downloads;
+    std::string big = kttest::randomBytes(1 << 20, 2);
     root.write("a.txt", "hello\n");
     root.write("big.bin", big);
     Listening server({"python3", "-u", "-m", "http.server", "--bind", "127.0.0.1", "0", "--directory", root.path()},
@@ -158,11 +157,11 @@ TEST(NetToolTest, FetchReadsPythonHttpServer) {
         expectFetch(row.args, server.port(), row.status, row.out, row.err);
         if (!row.file.empty()) {
             EXPECT_EQ(::access(row.file.c_str(), F_OK) == 0, !row.content.empty());
-            EXPECT_TRUE(test::readFile(row.file) == row.content);
+            EXPECT_TRUE(kttest::readFile(row.file) == row.content);
         }
     }
 
-    test::ProcessResult head = kt({"fetch", "--head", server.url("/a.txt")}, "", kLimit);
+    kttest::ProcessResult head = kt({"fetch", "--head", server.url("/a.txt")}, "", kLimit);
     EXPECT_EQ(head.status, 0);
     EXPECT_EQ(head.out.substr(0, 17), "HTTP/1.0 200 OK\r\n");
     EXPECT_NE(head.out.find("\r\nContent-Length: 6\r\n"), std::string::npos);
@@ -241,7 +240,7 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
     const int idle = descriptorsOf(server.child().pid());
     kttest::Fd first = kttest::rawConnect(server.address());
     kttest::Fd second = kttest::rawConnect(server.address());
-    std::string bytes = test::randomBytes(100000, 3);
+    std::string bytes = kttest::randomBytes(100000, 3);
     EXPECT_TRUE(roundTrip(first, bytes) == bytes);
     EXPECT_TRUE(roundTrip(second, bytes.substr(5)) == bytes.substr(5));
 
@@ -256,11 +255,11 @@ TEST(NetToolTest, ServeEchoesOnBoundedConnections) {
 }
 
 TEST(NetToolTest, ServeAnswersInTimeWhateverClientsDo) {
-    test::Folder root;
+    kttest::Folder root;
     root.write("a.txt", "hello\n");
     // The log lines follow the port's line on the same pipe.
     Listening server({"/bin/sh", "-c", "exec \"$0\" serve --port 0 --root \"$1\" --max-connections 2 --timeout 1 2>&1",
-                      test::ktProgram(), root.path()},
+                      kttest::ktProgram(), root.path()},
                      "kt serve: listening on 127.0.0.1:");
     ASSERT_NE(server.port(), 0);
     // A request, the start of its answer, and the end of its log line.
@@ -304,7 +303,7 @@ TEST(NetToolTest, ServeAnswersInTimeWhateverClientsDo) {
 }
 
 TEST(NetToolTest, StopSignalsEndServeAndCloseEveryDescriptor) {
-    test::Folder root;
+    kttest::Folder root;
     root.write("a.txt", "hello\n");
     // The signal, kt serve's arguments, what the open connection sends before
     // the signal and what it reads back before the server closes it.

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "process.h"
+#include "support.h"
 
 namespace {
 
@@ -58,14 +58,14 @@ std::vector<Case> readCases(const std::string& path) {
         std::size_t blank = line.find(' ');
         std::string key = line.substr(0, blank), rest = blank == std::string::npos ? "" : line.substr(blank + 1);
         if (key == "kt") {
-            c.argv = {test::ktProgram()};
+            c.argv = {kttest::ktProgram()};
             for (std::size_t at = 0; at < rest.size();) {
                 std::size_t end = std::min(rest.find(' ', at), rest.size());
                 c.argv.push_back(unescape(rest.substr(at, end - at)));
                 at = end + 1;
             }
         } else if (key == "$") {
-            c.argv = {"/bin/sh", "-c", "KT='" + test::ktProgram() + "' BUILD='" + KT_TEST_BINARY_DIR + "'; " + rest};
+            c.argv = {"/bin/sh", "-c", "KT='" + kttest::ktProgram() + "' BUILD='" + KT_TEST_BINARY_DIR + "'; " + rest};
         } else if (key == "<") addLine(c.in, rest);
         else if (key == ">") addLine(c.out, rest);
         else if (key == "2>") addLine(c.err, rest);
@@ -91,7 +91,7 @@ TEST(ToolTest, Cases) {
     ASSERT_GT(cases.size(), 80u);  // the file was found and read
     for (const Case& c : cases) {
         SCOPED_TRACE("data/tool_cases.txt:" + std::to_string(c.line));
-        const test::ProcessResult result = test::runProcess(c.argv, c.in);
+        const kttest::ProcessResult result = kttest::runProcess(c.argv, c.in);
         EXPECT_EQ(result.status, c.status);
         expectText(result.out, c.out);
         expectText(result.err, c.err);

@@ -1,12 +1,6 @@
 #include "kt/url.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
+#include "support.h"
 
 namespace {
 

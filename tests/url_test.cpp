@@ -1,14 +1,6 @@
 #include "kt/url.h"
 
-#include <gtest/gtest.h>
-
-#include <cstddef>
-#include <iterator>
-#include <map>
-#include <random>
-#include <string>
-#include <tuple>
-
+#include "support.h"
 #include "url_internal.h"
 
 namespace {

@@ -11,8 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "net_test_support.h"
-#include "process.h"
+#include "support.h"
 
 namespace {
 
@@ -32,14 +31,14 @@ long residentKiB(pid_t pid) {
 }
 
 TEST(ServeStress, LosesNothingAndLeaksNothing) {
-    test::Folder root;
+    kttest::Folder root;
     root.write("a.txt", std::string(3000, 'k'));
     // Under AddressSanitizer freed memory waits in a quarantine of 256 MiB:
     // a small one lets the bound below speak of the server, not the tool.
     const char* options = std::getenv("ASAN_OPTIONS");
     ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=8").c_str(), 1);
     const std::string marker = "listening on 127.0.0.1:";
-    kttest::Child server({test::ktProgram(), "serve", "--port", "0", "--root", root.path(), "--max-connections",
+    kttest::Child server({kttest::ktProgram(), "serve", "--port", "0", "--root", root.path(), "--max-connections",
                           "160", "--timeout", "60"});
     const std::string line = server.read("\n");
     ASSERT_NE(line.find(marker), std::string::npos) << line;

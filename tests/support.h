@@ -1,0 +1,538 @@
+// What the suites share: buffers to and from std::string, the check of a
+// thrown exception, failing the library's allocations in turn, loopback peers
+// whose every wait is bounded, a DNS responder on loopback, and child
+// processes that are always reaped.
+#pragma once
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <spawn.h>
+#include <strings.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <list>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "kt/KTBuffer.h"
+#include "kt/KTException.h"
+#include "kt/KTString.h"
+
+extern char** environ;
+
+namespace kttest {
+
+// --- Buffers ------------------------------------------------------------------
+
+/// The bytes in use.
+inline std::string bytesOf(const KT::CBuffer& buffer) {
+    if (buffer.length <= 0) return {};
+    return std::string(reinterpret_cast<const char*>(buffer.data), size_t(buffer.length));
+}
+
+/// The first `count` bytes of the storage, in use or not.
+inline std::string memoryOf(const KT::CBuffer& buffer, int count) {
+    return std::string(reinterpret_cast<const char*>(buffer.data), size_t(count));
+}
+
+/// A buffer (or string) holding exactly `bytes` in storage of its own.
+template <class Buffer = KT::CBuffer>
+Buffer bufferOf(const std::string& bytes) {
+    Buffer buffer;
+    buffer.set(int(bytes.size()), reinterpret_cast<KT::UInt8*>(const_cast<char*>(bytes.data())),
+               KT::CopyData);
+    return buffer;
+}
+
+/// `size` bytes, the same for the same `seed`.
+inline std::string randomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 generator(seed);
+    std::string bytes(size, '\0');
+    for (char& c : bytes) c = char(generator() & 0xFF);
+    return bytes;
+}
+
+// --- Exceptions -----------------------------------------------------------------
+
+/// Everything a throw site puts into its exception.
+struct ThrowSite {
+    const char* type;
+    unsigned line;
+    const char* file;
+    const char* function;
+    const char* message;
+};
+
+inline const ThrowSite kBufferInitSite{
+    "KT::CException", 44, "lib/kt/KTBuffer.cpp",
+    "void KT::CBuffer::init(KT::SIntLeast32, KT::UInt8*, KT::ConstructionFlags)",
+    "memory allocation error"};
+
+/// Expects `thrown` to carry exactly what `site` puts in it, read through every
+/// accessor and, with `reports`, through both reports: getString()'s one line
+/// and print()'s two lines on standard error. The reports allocate, so a check
+/// while allocations are being failed leaves them out.
+inline void expectSite(const KT::CException& thrown, const ThrowSite& site, bool reports = true) {
+    EXPECT_STREQ(thrown.what(), site.type);
+    EXPECT_STREQ(thrown.file(), site.file);
+    EXPECT_EQ(thrown.line(), site.line);
+    EXPECT_STREQ(thrown.function, site.function);
+    EXPECT_STREQ(thrown.msg(), site.message);
+    if (!reports) return;
+    const std::string where = std::string(site.type) + "' thrown [" + site.file + ":" +
+                              std::to_string(site.line) + ", " + site.function + "]:";
+    EXPECT_EQ(bytesOf(thrown.message), std::string(site.message) + '\0');
+    EXPECT_EQ(bytesOf(thrown.getString()),
+              " Exception of type '" + where + " " + site.message + '\0');
+    testing::internal::CaptureStderr();
+    thrown.print();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "exception of type '" + where + "\n -> " + site.message + "\n");
+}
+
+/// Runs `action`, which must throw exactly E holding what `site` puts in it.
+template <class E = KT::CException, class Action>
+void expectThrow(Action&& action, const ThrowSite& site) {
+    try {
+        action();
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const E& e) {
+        EXPECT_EQ(typeid(e), typeid(E));
+        expectSite(e, site);
+    }
+}
+
+/// Runs `operation`, which must throw the exception of `site` when it has the
+/// memory it needs, and returns once it has: wrapped in it, an operation that
+/// fails by design can go through expectFailures() (allocation_faults.h), which fails the
+/// allocations of the site's own report (its message and the exception's copy
+/// of it). Any other exception passes through.
+inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const KT::CException& thrown) {
+        if (thrown.line() != site.line || std::string(thrown.file()) != site.file) throw;
+        expectSite(thrown, site, false);
+        return;
+    }
+    ADD_FAILURE() << "nothing thrown, expected " << site.file << ":" << site.line;
+}
+
+/// The throw sites of the socket sources, as their exceptions report them.
+namespace sites {
+constexpr char kSocketFile[] = "lib/kt/KTSocket.cpp";
+constexpr char kServerFile[] = "lib/kt/KTServerSocket.cpp";
+constexpr char kRecordConstructor[] =
+    "KT::RSocket::RSocket(sockaddr_in*, int, sockaddr_in*, KT::UInt8)";
+constexpr char kHostConstructor[] = "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)";
+constexpr char kBind[] = "KT::Result KT::RSocket::bind(sockaddr_in*)";
+constexpr char kListen[] = "KT::Result KT::RServerSocket::listen(int) const";
+constexpr char kAccept[] = "KT::RSocket KT::RServerSocket::accept() const";
+constexpr int kBindLine = 102;
+constexpr int kSocketLine = 131;
+constexpr int kResolveLine = 153;
+constexpr int kListenLine = 58;
+constexpr int kInterruptedLine = 77;
+constexpr int kAcceptLine = 80;
+}  // namespace sites
+
+// --- Descriptors and loopback peers ---------------------------------------------
+
+/// The longest any single wait in these suites may last, in milliseconds.
+constexpr int kWaitMs = 5000;
+
+/// The number of descriptors open in this process.
+inline int openDescriptors() {
+    // Less the one that reads the folder.
+    return int(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
+}
+
+/// Fails the test when it leaves a descriptor open (or closes one it did not
+/// open).
+class NoLeakTest : public ::testing::Test {
+protected:
+    void SetUp() override { before_ = openDescriptors(); }
+    void TearDown() override { EXPECT_EQ(openDescriptors(), before_) << "descriptors leaked"; }
+
+private:
+    int before_ = 0;
+};
+
+/// A write to a connection the peer has closed must fail with EPIPE, not kill
+/// the suite.
+inline const auto kIgnoreSigpipe = ::signal(SIGPIPE, SIG_IGN);
+
+/// An owned raw descriptor, closed when the object goes.
+class Fd {
+public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Fd& operator=(Fd&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~Fd() { close(); }
+    int get() const { return fd_; }
+    void close() {
+        if (fd_ != -1) ::close(std::exchange(fd_, -1));
+    }
+
+private:
+    int fd_;
+};
+
+inline sockaddr* asGeneric(sockaddr_in* record) { return reinterpret_cast<sockaddr*>(record); }
+
+/// The record of 127.0.0.1:`port`.
+inline sockaddr_in loopback(std::uint16_t port) {
+    sockaddr_in record{};
+    record.sin_family = AF_INET;
+    record.sin_port = htons(port);
+    record.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return record;
+}
+
+/// What the sockets store for an address the caller did not give: all zero
+/// but the address, INADDR_NONE.
+inline sockaddr_in emptyRecord() {
+    sockaddr_in record{};
+    record.sin_addr.s_addr = INADDR_NONE;
+    return record;
+}
+
+inline bool sameRecord(const sockaddr_in& a, const sockaddr_in& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+/// The local port of a bound socket.
+inline std::uint16_t localPort(int fd) {
+    sockaddr_in record{};
+    socklen_t length = sizeof record;
+    ::getsockname(fd, asGeneric(&record), &length);
+    return ntohs(record.sin_port);
+}
+
+inline bool closeOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
+
+/// Bounds every blocking read, write and accept on `fd` to kWaitMs.
+inline void boundWaits(int fd) {
+    timeval limit{kWaitMs / 1000, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+/// Waits until `fd` is readable; false after kWaitMs.
+inline bool waitReadable(int fd) {
+    pollfd entry{fd, POLLIN, 0};
+    return ::poll(&entry, 1, kWaitMs) == 1;
+}
+
+/// Waits until at least `count` bytes are queued for reading on `fd`; false
+/// after kWaitMs.
+inline bool waitPending(int fd, int count) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+    int pending = 0;
+    while (::ioctl(fd, FIONREAD, &pending) == 0 && pending < count) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return pending >= count;
+}
+
+/// Appends to `text` what `fd` gives until `text` holds `count` bytes or
+/// `end`, end of stream, an error or kWaitMs without data.
+inline std::string& readInto(std::string& text, int fd, std::size_t count,
+                             const std::string& end = std::string()) {
+    char chunk[4096];
+    while (text.size() < count && (end.empty() || text.find(end) == std::string::npos) &&
+           waitReadable(fd)) {
+        ssize_t n = ::read(fd, chunk, std::min(sizeof chunk, count - text.size()));
+        if (n <= 0) break;
+        text.append(chunk, std::size_t(n));
+    }
+    return text;
+}
+
+/// Reads from a raw descriptor until `count` bytes, end of stream, an error
+/// or kWaitMs without data.
+inline std::string readRaw(int fd, std::size_t count) {
+    std::string text;
+    return readInto(text, fd, count);
+}
+
+inline void writeRaw(int fd, const std::string& text) {
+    ASSERT_EQ(::write(fd, text.data(), text.size()), ssize_t(text.size()));
+}
+
+/// A raw listening socket on 127.0.0.1 with a port chosen by the system.
+/// Connections complete in its backlog, so a client in the same thread can
+/// connect before accept() is called.
+class RawListener {
+public:
+    RawListener() : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in any = loopback(0);
+        ::bind(fd_.get(), asGeneric(&any), sizeof any);
+        ::listen(fd_.get(), 16);
+    }
+    int fd() const { return fd_.get(); }
+    std::uint16_t port() const { return localPort(fd_.get()); }
+    sockaddr_in address() const { return loopback(port()); }
+    /// Takes one connection, waiting at most kWaitMs (-1 then).
+    Fd accept() const {
+        if (!waitReadable(fd_.get())) return Fd();
+        Fd connection(::accept(fd_.get(), nullptr, nullptr));
+        boundWaits(connection.get());
+        return connection;
+    }
+
+private:
+    Fd fd_;
+};
+
+/// A raw client connected to `address` (-1 when refused).
+inline Fd rawConnect(sockaddr_in address) {
+    Fd client(::socket(AF_INET, SOCK_STREAM, 0));
+    boundWaits(client.get());
+    if (::connect(client.get(), asGeneric(&address), sizeof address) != 0) return Fd();
+    return client;
+}
+
+/// A loopback port that nobody listens on: chosen by the system, then freed.
+inline std::uint16_t refusedPort() {
+    Fd probe(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in any = loopback(0);
+    ::bind(probe.get(), asGeneric(&any), sizeof any);
+    return localPort(probe.get());
+}
+
+/// A thread running a peer's side of a test, joined when the object goes; the
+/// body must bound its own waits.
+class Peer {
+public:
+    template <class Body>
+    explicit Peer(Body&& body) : thread_(std::forward<Body>(body)) {}
+    ~Peer() { join(); }
+    void join() {
+        if (thread_.joinable()) thread_.join();
+    }
+    std::thread::native_handle_type handle() { return thread_.native_handle(); }
+
+private:
+    std::thread thread_;
+};
+
+/// A do-nothing SIGUSR1 handler installed without SA_RESTART, so that the
+/// signal breaks a blocking call with EINTR; the old action comes back after.
+class InterruptingSignal {
+public:
+    InterruptingSignal() {
+        struct sigaction action {};  // no flags: no SA_RESTART
+        action.sa_handler = [](int) {};
+        ::sigaction(SIGUSR1, &action, &old_);
+    }
+    ~InterruptingSignal() { ::sigaction(SIGUSR1, &old_, nullptr); }
+
+private:
+    struct sigaction old_;
+};
+
+/// The h_errno with which every host-name lookup in a suite fails, but that of
+/// "localhost": no name ever reaches a name server. Set by tests of failures.
+inline thread_local int hostLookupError = HOST_NOT_FOUND;
+/// The number of host-name lookups made so far.
+inline std::atomic<int> hostLookups{0};
+
+}  // namespace kttest
+
+// Each suite is one source file, so this definition is its program's only
+// one; it comes before the C library's, for the library under test too.
+extern "C" hostent* gethostbyname(const char* name) {
+    ++kttest::hostLookups;
+    static in_addr address{htonl(INADDR_LOOPBACK)};
+    static char* addresses[] = {reinterpret_cast<char*>(&address), nullptr};
+    static hostent localhost{const_cast<char*>("localhost"), nullptr, AF_INET, 4, addresses};
+    if (std::strcmp(name, "localhost") == 0) return &localhost;
+    h_errno = kttest::hostLookupError;
+    return nullptr;
+}
+
+namespace kttest {
+
+// --- Files and child processes --------------------------------------------------
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+/// A folder of files for a test, removed with its content when the object goes.
+class Folder {
+public:
+    Folder() {
+        char name[] = "/tmp/kt-test-XXXXXX";
+        path_ = ::mkdtemp(name) ? name : "";
+    }
+    ~Folder() { std::filesystem::remove_all(path_); }
+    const std::string& path() const { return path_; }
+    /// Writes `content` to `name` under the folder (making parent folders);
+    /// returns the file's path.
+    std::string write(const std::string& name, const std::string& content) const {
+        std::filesystem::path file = std::filesystem::path(path_) / name;
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << content;
+        return file.string();
+    }
+
+private:
+    std::string path_;
+};
+
+/// True when `program` is an executable file on the PATH.
+inline bool onPath(const std::string& program) {
+    return std::system(("command -v '" + program + "' >/dev/null 2>&1").c_str()) == 0;
+}
+
+/// A child program (looked up on the PATH) with `in`, `out` and `err` as its
+/// standard streams. It gets this environment without any proxy setting, so
+/// that it talks to loopback directly. Killed and reaped when the object goes,
+/// however the test ends.
+class Child {
+public:
+    Child(const std::vector<std::string>& arguments, int in, int out, int err) {
+        start(arguments, in, out, err);
+    }
+    /// A child whose standard output comes back through a pipe, read by
+    /// read(); its input and errors are /dev/null.
+    explicit Child(const std::vector<std::string>& arguments) {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) return;
+        output_ = Fd(ends[0]);
+        const Fd input(ends[1]), null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+        start(arguments, null.get(), input.get(), null.get());
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    bool started() const { return pid_ > 0; }
+    /// The child's process id; -1 once wait() has reaped it.
+    pid_t pid() const { return pid_; }
+
+    /// Reads the child's output until it holds `end` (with an empty `end`:
+    /// until the child closes it), the child closes it, or kWaitMs pass
+    /// without data; returns all read so far.
+    std::string read(const std::string& end = std::string()) {
+        return readInto(text_, output_.get(), std::string::npos, end);
+    }
+
+    /// Waits up to `limitMs` for the child to end; its wait status, or -1.
+    int wait(int limitMs = kWaitMs) {
+        for (int waited = 0; waited < limitMs; waited += 2) {
+            int status = 0;
+            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+                pid_ = -1;
+                return status;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return -1;
+    }
+
+private:
+    void start(const std::vector<std::string>& arguments, int in, int out, int err) {
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        const int streams[] = {in, out, err};
+        for (int stream = 0; stream < 3; ++stream)
+            ::posix_spawn_file_actions_adddup2(&actions, streams[stream], stream);
+        std::vector<char*> argv;
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        std::vector<char*> envp;
+        for (char** entry = environ; *entry; ++entry) {
+            std::string name(*entry, std::strcspn(*entry, "="));
+            if (name.size() < 6 || ::strcasecmp(name.c_str() + name.size() - 6, "_proxy") != 0)
+                envp.push_back(*entry);
+        }
+        envp.push_back(nullptr);
+        if (::posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0)
+            pid_ = -1;
+        ::posix_spawn_file_actions_destroy(&actions);
+    }
+    Fd output_;
+    pid_t pid_ = -1;
+    std::string text_;
+};
+
+struct ProcessResult {
+    std::string out;
+    std::string err;
+    int status = -1;  // exit status, or -1 when killed or not started
+};
+
+/// Runs `argv` (argv[0] is the program) with `input` on standard input. The
+/// three standard streams are files, so that nothing waits on a pipe; the
+/// child is killed when it outlives `limit`.
+inline ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
+                                std::chrono::milliseconds limit = std::chrono::seconds(60)) {
+    const Folder streams;
+    auto open = [&](const char* name, int mode) {
+        return Fd(
+            ::open(streams.write(name, name[0] == 'i' ? input : "").c_str(), mode | O_CLOEXEC));
+    };
+    ProcessResult result;
+    {
+        const Fd in = open("in", O_RDONLY), out = open("out", O_WRONLY),
+                 err = open("err", O_WRONLY);
+        Child child(argv, in.get(), out.get(), err.get());
+        const int status = child.started() ? child.wait(int(limit.count())) : -1;
+        if (status != -1 && WIFEXITED(status)) result.status = WEXITSTATUS(status);
+    }
+    result.out = readFile(streams.path() + "/out");
+    result.err = readFile(streams.path() + "/err");
+    return result;
+}
+
+/// The kt program of this build.
+inline std::string ktProgram() { return std::string(KT_TEST_BINARY_DIR) + "/bin/kt"; }
+
+/// Runs the kt program with `args`.
+inline ProcessResult kt(std::vector<std::string> args, const std::string& input = "",
+                        std::chrono::milliseconds limit = std::chrono::seconds(60)) {
+    args.insert(args.begin(), ktProgram());
+    return runProcess(args, input, limit);
+}
+
+}  // namespace kttest
