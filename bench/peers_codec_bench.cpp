@@ -208,20 +208,28 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
         return std::string(randomBytes(n));
     };
     const std::tuple<const char*, KernelWork, std::string (*)(std::int64_t)> works[] = {
-        {"Base64Encode", [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+        {"Base64Encode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
              return set.base64_encode(in, n, out);
-         }, plain},
-        {"Base64Decode", [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+         },
+         plain},
+        {"Base64Decode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
              return set.base64_decode(in, n, out);
-         }, base64Of},
-        {"HexEncode", [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+         },
+         base64Of},
+        {"HexEncode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
              set.hex_encode(in, n, out);
              return 2 * n;
-         }, plain},
-        {"HexDecode", [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+         },
+         plain},
+        {"HexDecode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
              set.hex_decode(in, n / 2, out);
              return n / 2;
-         }, hexOf}};
+         },
+         hexOf}};
     const std::pair<std::string, const char*> contenders[] = {{"scalar", "KtPlain"},
                                                               {"avx2", "KtAvx2"}};
     for (const KT::simd::kernels* set : KT::simd::supported()) {

@@ -13,7 +13,7 @@ namespace kttest {
 /// A test run once per kernel set this CPU runs; instantiate it with
 /// KT_INSTANTIATE_FOR_EVERY_KERNEL.
 class EveryKernel : public testing::TestWithParam<const KT::simd::kernels*> {
-protected:
+  protected:
     /// The set under test.
     const KT::simd::kernels& kernels() const { return *GetParam(); }
     /// The reference that every set must match.
@@ -26,6 +26,6 @@ inline std::string kernelName(const testing::TestParamInfo<const KT::simd::kerne
 
 }  // namespace kttest
 
-#define KT_INSTANTIATE_FOR_EVERY_KERNEL(suite)                                        \
+#define KT_INSTANTIATE_FOR_EVERY_KERNEL(suite)                                         \
     INSTANTIATE_TEST_SUITE_P(Kernels, suite, testing::ValuesIn(KT::simd::supported()), \
                              kttest::kernelName)

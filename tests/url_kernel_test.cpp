@@ -3,8 +3,6 @@
 // the one-pass splitter behind the getters against the splitting steps, on
 // random texts of every length from 0 to a few hundred bytes and on large
 // ones, drawn from alphabets rich in the bytes that matter.
-#include "simd/kernels.h"
-
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -14,6 +12,7 @@
 
 #include "every_kernel.h"
 #include "kt/url.h"
+#include "simd/kernels.h"
 #include "url_delimiters.h"
 #include "url_internal.h"
 
@@ -111,7 +110,8 @@ TEST_P(UrlKernelTest, DecodingOverlappingEscapes) {
     for (const char* piece : {"%%41", "%4%41", "%%%", "%0%41", "%00%", "%%", "%4z", "%z%"})
         for (std::size_t before = 0; before < 70; ++before)
             for (std::size_t after = 0; after < 4; ++after)
-                expectCodingAsPlain(kernels(), std::string(before, 'x') + piece + std::string(after, 'y'));
+                expectCodingAsPlain(kernels(),
+                                    std::string(before, 'x') + piece + std::string(after, 'y'));
 }
 
 // --- The one-pass splitter ---------------------------------------------------
@@ -124,7 +124,8 @@ struct Component {
     std::string (*get)(const std::string&, bool);
 };
 
-#define KT_PART(x, in_authority) {#x, split_##x, in_authority, &url_parts::x, ktbase::url_##x}
+#define KT_PART(x, in_authority) \
+    { #x, split_##x, in_authority, &url_parts::x, ktbase::url_##x }
 const Component kComponents[] = {
     KT_PART(scheme, false), KT_PART(authority, false), KT_PART(path, false),
     KT_PART(params, false), KT_PART(query, false),     KT_PART(fragment, false),
@@ -168,8 +169,8 @@ TEST_P(UrlKernelTest, SplitIsTheStepsAtEveryLength) {
                 for (int d = 0; d < kDelimiterCount; ++d)
                     for (std::size_t w = 0; w < (n + 63) / 64; ++w)
                         ASSERT_EQ(masks.rows[d][w], expected.rows[d][w])
-                            << "length " << n << ", delimiter " << kDelimiterBytes[d]
-                            << ", word " << w << ", text " << testing::PrintToString(text);
+                            << "length " << n << ", delimiter " << kDelimiterBytes[d] << ", word "
+                            << w << ", text " << testing::PrintToString(text);
             }
 }
 

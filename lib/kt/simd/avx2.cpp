@@ -27,9 +27,9 @@ namespace simd {
 namespace avx2 {
 
 using ktbase::url_detail::delimiter_masks;
+using ktbase::url_detail::is_unreserved;
 using ktbase::url_detail::kDelimiterBytes;
 using ktbase::url_detail::kDelimiterCount;
-using ktbase::url_detail::is_unreserved;
 
 namespace {
 
@@ -69,9 +69,6 @@ constexpr bool tables_match_the_set() {
     return true;
 }
 static_assert(tables_match_the_set(), "the nibble tables give the unreserved set");
-
-alignas(16) constexpr char kHexDigits[16] = {'0', '1', '2', '3', '4', '5', '6', '7',
-                                             '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
 
 // How four source bytes are written, by which of them are escaped (bit k
 // for byte k): shuffle controls that pick from a register holding the four
@@ -143,6 +140,43 @@ constexpr piece_controls kPieces = [] {
     return table;
 }();
 
+// ---------------------------------------------------------------- 32 bytes
+
+KT_AVX2 inline __m256i load(const void* p) {
+    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
+}
+KT_AVX2 inline void store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+KT_AVX2 inline __m256i bytes(char c) { return _mm256_set1_epi8(c); }
+KT_AVX2 inline std::uint32_t mask_of(__m256i v) { return std::uint32_t(_mm256_movemask_epi8(v)); }
+KT_AVX2 inline __m256i table(const void* p) {
+    return _mm256_broadcastsi128_si256(_mm_loadu_si128(static_cast<const __m128i*>(p)));
+}
+KT_AVX2 inline __m128i low_half(__m256i v) { return _mm256_castsi256_si128(v); }
+KT_AVX2 inline __m128i high_half(__m256i v) { return _mm256_extracti128_si256(v, 1); }
+
+// The digit values of 32 characters, 0 for those that are not hex digits;
+// `valid` gets 0xFF where a character is a digit and 0 where it is not.
+KT_AVX2 inline __m256i hex_digit_values(__m256i chars, __m256i& valid) {
+    const __m256i digit = _mm256_sub_epi8(chars, bytes('0'));
+    const __m256i is_digit = _mm256_cmpeq_epi8(_mm256_min_epu8(digit, bytes(9)), digit);
+    // Setting bit 5 folds "A" to "F" onto "a" to "f" and nothing else onto them.
+    const __m256i letter = _mm256_sub_epi8(_mm256_or_si256(chars, bytes(0x20)), bytes('a'));
+    const __m256i is_letter = _mm256_cmpeq_epi8(_mm256_min_epu8(letter, bytes(5)), letter);
+    valid = _mm256_or_si256(is_digit, is_letter);
+    return _mm256_or_si256(_mm256_and_si256(is_digit, digit),
+                           _mm256_and_si256(is_letter, _mm256_add_epi8(letter, bytes(10))));
+}
+
+// The escape values of the positions whose next two bytes are v1 and v2:
+// digit values * 16 + digit values, where a byte that is no digit counts as
+// 0 (see scalar::kEscapeDigitValues).
+KT_AVX2 inline __m256i escape_values(__m256i v1, __m256i v2) {
+    __m256i valid;  // unused: a byte that is no digit counts as 0
+    // Each digit value is below 16, so the 16-bit shift keeps to its byte.
+    return _mm256_or_si256(_mm256_slli_epi16(hex_digit_values(v1, valid), 4),
+                           hex_digit_values(v2, valid));
+}
+
 // ---------------------------------------------------------------- 16 bytes
 
 namespace sse {
@@ -208,10 +242,9 @@ KT_AVX2 inline unsigned escapes(__m128i v, unsigned& carry) {
 // `escaped`; returns the end of what it wrote (each group stores 16 bytes,
 // of which only the first counted ones are the code).
 KT_AVX2 inline char* expand(char* o, __m128i v, unsigned escaped, int groups) {
-    const __m128i digits = load(kHexDigits);
+    const __m128i digits = load(kLowerHexDigits);
     const __m128i low = _mm_shuffle_epi8(digits, _mm_and_si128(v, bytes(15)));
-    const __m128i high =
-        _mm_shuffle_epi8(digits, _mm_and_si128(_mm_srli_epi16(v, 4), bytes(15)));
+    const __m128i high = _mm_shuffle_epi8(digits, _mm_and_si128(_mm_srli_epi16(v, 4), bytes(15)));
     const __m128i percent = bytes('%');
     // A transpose of 4-byte lanes: group g gets its bytes, high digits, low
     // digits and "%" side by side.
@@ -243,7 +276,7 @@ KT_AVX2 inline char* encode_block(char* o, __m128i v, unsigned escaped) {
 // stored.
 template <bool EscapeAllSlashes>
 KT_AVX2 inline char* encode_tail(char* o, const char* p, std::size_t count, unsigned carry,
-                                const char* first) {
+                                 const char* first) {
     const __m128i v = load_tail(p, count, first);
     // The padding counts as kept: its bytes land after the code, in the slack.
     const unsigned escaped = escapes<EscapeAllSlashes>(v, carry) & ((1u << count) - 1);
@@ -251,23 +284,9 @@ KT_AVX2 inline char* encode_tail(char* o, const char* p, std::size_t count, unsi
     return o + count + 2 * std::size_t(_mm_popcnt_u32(escaped));
 }
 
-// The digit values of 16 bytes as escapes read them (see
-// scalar::kEscapeDigitValues).
-KT_AVX2 inline __m128i hex_values(__m128i c) {
-    const __m128i digit = _mm_sub_epi8(c, bytes('0'));
-    const __m128i is_digit = _mm_cmpeq_epi8(_mm_min_epu8(digit, bytes(9)), digit);
-    // Setting bit 5 folds "A" to "F" onto "a" to "f" and nothing else onto them.
-    const __m128i letter = _mm_sub_epi8(_mm_or_si128(c, bytes(0x20)), bytes('a'));
-    const __m128i is_letter = _mm_cmpeq_epi8(_mm_min_epu8(letter, bytes(5)), letter);
-    return _mm_or_si128(_mm_and_si128(is_digit, digit),
-                        _mm_and_si128(is_letter, _mm_add_epi8(letter, bytes(10))));
-}
-
-// The escape values of the 16 positions whose bytes are v0 and whose next
-// two bytes are v1 and v2: digit values * 16 + digit values, 0 for none.
+// The escape values of 16 positions, as avx2::escape_values() gives them.
 KT_AVX2 inline __m128i escape_values(__m128i v1, __m128i v2) {
-    // Each digit value is below 16, so the 16-bit shift keeps to its byte.
-    return _mm_or_si128(_mm_slli_epi16(hex_values(v1), 4), hex_values(v2));
+    return low_half(avx2::escape_values(_mm256_castsi128_si256(v1), _mm256_castsi128_si256(v2)));
 }
 
 // Writes the bytes of `v` whose bits are set in `keep` (16 bits), in order;
@@ -289,7 +308,7 @@ KT_AVX2 inline char* compact(char* o, __m128i v, unsigned keep) {
 // Keeps the positions in `present` that no escape swallows; returns the
 // number of positions after the block that the last escape swallowed.
 KT_AVX2 inline std::size_t decode_block(char*& o, __m128i v0, __m128i values, unsigned candidates,
-                                       unsigned present) {
+                                        unsigned present) {
     const __m128i starts = _mm_andnot_si128(_mm_cmpeq_epi8(values, _mm_setzero_si128()),
                                             _mm_cmpeq_epi8(v0, bytes('%')));
     // Where an escape starts, its value; elsewhere the byte.
@@ -374,11 +393,9 @@ KT_AVX2 inline const char* decode_16(char*& o, const char* p, std::size_t room) 
         o += 16;
         return p + 16;
     }
-    if ((percents & (percents - 1)) == 0 && room >= 34)
-        return decode_sparse<16>(o, p, percents);
+    if ((percents & (percents - 1)) == 0 && room >= 34) return decode_sparse<16>(o, p, percents);
     const __m128i values = escape_values(load(p + 1), load(p + 2));
-    const unsigned candidates =
-        percents & ~mask_of(_mm_cmpeq_epi8(values, _mm_setzero_si128()));
+    const unsigned candidates = percents & ~mask_of(_mm_cmpeq_epi8(values, _mm_setzero_si128()));
     if (overlapping(candidates)) return scalar::url_decode_until(o, p, p + 16);
     return p + 16 + decode_block(o, v0, values, candidates, 0xFFFF);
 }
@@ -386,12 +403,11 @@ KT_AVX2 inline const char* decode_16(char*& o, const char* p, std::size_t room) 
 // of each row's word; the first `skipped` lanes of `v` hold bytes before the
 // chunk, and are left out.
 KT_AVX2 inline void mark_delimiters(__m128i v, std::size_t chunk, delimiter_masks& masks,
-                                   unsigned skipped = 0) {
+                                    unsigned skipped = 0) {
     const std::size_t word = chunk / 4;
     const int shift = int(chunk % 4) * 16;
     for (int d = 0; d < kDelimiterCount; ++d) {
-        const std::uint64_t bits =
-            mask_of(_mm_cmpeq_epi8(v, bytes(kDelimiterBytes[d]))) >> skipped;
+        const std::uint64_t bits = mask_of(_mm_cmpeq_epi8(v, bytes(kDelimiterBytes[d]))) >> skipped;
         if (shift == 0)
             masks.rows[d][word] = bits;
         else
@@ -399,8 +415,7 @@ KT_AVX2 inline void mark_delimiters(__m128i v, std::size_t chunk, delimiter_mask
     }
 }
 
-KT_AVX2 void find_delimiters(const char* text, std::size_t length,
-                                   delimiter_masks& masks) {
+KT_AVX2 void find_delimiters(const char* text, std::size_t length, delimiter_masks& masks) {
     if (length < 16) {
         mark_delimiters(load_short(text, length), 0, masks);
         return;
@@ -415,34 +430,6 @@ KT_AVX2 void find_delimiters(const char* text, std::size_t length,
 
 }  // namespace sse
 
-// ---------------------------------------------------------------- 32 bytes
-
-KT_AVX2 inline __m256i load(const void* p) {
-    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
-}
-KT_AVX2 inline void store(void* p, __m256i v) {
-    _mm256_storeu_si256(static_cast<__m256i*>(p), v);
-}
-KT_AVX2 inline __m256i bytes(char c) { return _mm256_set1_epi8(c); }
-KT_AVX2 inline std::uint32_t mask_of(__m256i v) { return std::uint32_t(_mm256_movemask_epi8(v)); }
-KT_AVX2 inline __m256i table(const void* p) {
-    return _mm256_broadcastsi128_si256(_mm_loadu_si128(static_cast<const __m128i*>(p)));
-}
-KT_AVX2 inline __m128i low_half(__m256i v) { return _mm256_castsi256_si128(v); }
-KT_AVX2 inline __m128i high_half(__m256i v) { return _mm256_extracti128_si256(v, 1); }
-
-// The digit values of 32 characters, 0 for those that are not hex digits;
-// `valid` gets 0xFF where a character is a digit and 0 where it is not.
-KT_AVX2 inline __m256i hex_digit_values(__m256i chars, __m256i& valid) {
-    const __m256i digit = _mm256_sub_epi8(chars, bytes('0'));
-    const __m256i is_digit = _mm256_cmpeq_epi8(_mm256_min_epu8(digit, bytes(9)), digit);
-    // Setting bit 5 folds "A" to "F" onto "a" to "f" and nothing else onto them.
-    const __m256i letter = _mm256_sub_epi8(_mm256_or_si256(chars, bytes(0x20)), bytes('a'));
-    const __m256i is_letter = _mm256_cmpeq_epi8(_mm256_min_epu8(letter, bytes(5)), letter);
-    valid = _mm256_or_si256(is_digit, is_letter);
-    return _mm256_or_si256(_mm256_and_si256(is_digit, digit),
-                           _mm256_and_si256(is_letter, _mm256_add_epi8(letter, bytes(10))));
-}
 // ---------------------------------------------------------------- codecs
 
 // The digit values of the 64 characters at `in`, in `first` and `second`;
@@ -499,9 +486,9 @@ KT_AVX2 void hex_decode(const std::uint8_t* in, std::size_t pairs, std::uint8_t*
 // runs whose characters differ from them by one offset each: A-Z, a-z, each
 // digit, "+" and "/"; a run number picks the offset from a table.
 KT_AVX2 inline __m256i base64_chars(__m256i sextets) {
-    static constexpr char kOffsets[16] = {'A', 'a' - 26, '0' - 52, '0' - 52, '0' - 52,
-                                          '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-                                          '0' - 52, '0' - 52, '+' - 62, '/' - 63, 0, 0};
+    static constexpr char kOffsets[16] = {
+        'A',      'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+        '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 0,        0};
     // 0 for A-Z; 1 for a-z; 2 to 11 for the digits; 12 and 13 for "+" and "/".
     __m256i run = _mm256_subs_epu8(sextets, bytes(51));
     run = _mm256_sub_epi8(run, _mm256_cmpgt_epi8(sextets, bytes(25)));
@@ -514,21 +501,19 @@ KT_AVX2 inline bool base64_values(__m256i chars, __m256i& values) {
     // A character is in the alphabet when its high nibble is among those
     // allowed for its low nibble: one bit per high nibble 0 to 7 (bytes from
     // 0x80 have none: the shuffle gives 0 for them).
-    static constexpr char kHighNibblesByLow[16] = {
-        char(0xA8), char(0xF8), char(0xF8), char(0xF8), char(0xF8), char(0xF8),
-        char(0xF8), char(0xF8), char(0xF8), char(0xF8), char(0xF0), char(0x54),
-        char(0x50), char(0x50), char(0x50), char(0x54)};
+    static constexpr char kHighNibblesByLow[16] = {char(0xA8), char(0xF8), char(0xF8), char(0xF8),
+                                                   char(0xF8), char(0xF8), char(0xF8), char(0xF8),
+                                                   char(0xF8), char(0xF8), char(0xF0), char(0x54),
+                                                   char(0x50), char(0x50), char(0x50), char(0x54)};
     static constexpr char kHighNibbleBit[16] = {1, 2, 4, 8, 16, 32, 64, char(128),
-                                                0, 0, 0, 0, 0, 0, 0,  0};
+                                                0, 0, 0, 0, 0,  0,  0,  0};
     // Value minus character, by high nibble; "/" borrows the unused slot 1.
-    static constexpr char kOffsets[16] = {0,        63 - '/', 62 - '+', 52 - '0', -'A', -'A',
-                                          26 - 'a', 26 - 'a', 0,        0,        0,    0,
-                                          0,        0,        0,        0};
+    static constexpr char kOffsets[16] = {
+        0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0};
     __m256i high = _mm256_and_si256(_mm256_srli_epi16(chars, 4), bytes(15));
     __m256i allowed = _mm256_and_si256(_mm256_shuffle_epi8(table(kHighNibblesByLow), chars),
                                        _mm256_shuffle_epi8(table(kHighNibbleBit), high));
-    if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(allowed, _mm256_setzero_si256())) != 0)
-        return false;
+    if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(allowed, _mm256_setzero_si256())) != 0) return false;
     __m256i slot = _mm256_add_epi8(high, _mm256_cmpeq_epi8(chars, bytes('/')));
     values = _mm256_add_epi8(chars, _mm256_shuffle_epi8(table(kOffsets), slot));
     return true;
@@ -538,8 +523,8 @@ KT_AVX2 std::size_t base64_encode(const std::uint8_t* in, std::size_t n, std::ui
     // Per lane, the three bytes b0 b1 b2 of each group go to a 32-bit word as
     // b1 b0 b2 b1: its low half then holds the first two sextets at bits
     // 10-15 and 4-9, its high half the last two at bits 6-11 and 0-5.
-    const __m256i spread = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10,
-                                            1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
+    const __m256i spread = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10, 1, 0,
+                                            2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
     std::uint8_t* start = out;
     std::size_t i = 0;
     // Each lane loads 16 bytes and uses 12; the loop stops while the load
@@ -599,7 +584,6 @@ KT_AVX2 std::size_t base64_decode(const std::uint8_t* in, std::size_t n, std::ui
 
 // ---------------------------------------------------------------- URL
 
-
 template <bool EscapeAllSlashes>
 KT_AVX2 inline std::uint32_t escapes(__m256i v, unsigned& carry) {
     const __m256i low = _mm256_and_si256(v, bytes(15));
@@ -623,8 +607,8 @@ KT_AVX2 std::size_t encoded_size(const char* first, const char* last) {
     for (; last - p >= 32; p += 32)
         size += 2 * std::size_t(_mm_popcnt_u32(escapes<EscapeAllSlashes>(load(p), carry)));
     for (; last - p >= 16; p += 16)
-        size += 2 * std::size_t(
-                        _mm_popcnt_u32(sse::escapes<EscapeAllSlashes>(sse::load(p), carry)));
+        size +=
+            2 * std::size_t(_mm_popcnt_u32(sse::escapes<EscapeAllSlashes>(sse::load(p), carry)));
     if (p < last) {
         const std::size_t count = std::size_t(last - p);
         const unsigned escaped =
@@ -668,11 +652,8 @@ KT_AVX2 inline const char* decode_32(char*& o, const char* p, std::size_t room) 
         o += 32;
         return p + 32;
     }
-    if (_mm_popcnt_u32(percents) <= 2 && room >= 66)
-        return sse::decode_sparse<32>(o, p, percents);
-    __m256i valid;  // unused: a byte that is no digit counts as 0
-    const __m256i values = _mm256_or_si256(_mm256_slli_epi16(hex_digit_values(load(p + 1), valid), 4),
-                                           hex_digit_values(load(p + 2), valid));
+    if (_mm_popcnt_u32(percents) <= 2 && room >= 66) return sse::decode_sparse<32>(o, p, percents);
+    const __m256i values = escape_values(load(p + 1), load(p + 2));
     const std::uint32_t candidates =
         percents & ~mask_of(_mm256_cmpeq_epi8(values, _mm256_setzero_si256()));
     if (overlapping(candidates)) return scalar::url_decode_until(o, p, p + 32);
@@ -711,8 +692,7 @@ KT_AVX2 inline void mark_delimiters(__m256i v, std::size_t chunk, delimiter_mask
     }
 }
 
-KT_AVX2 void find_delimiters(const char* text, std::size_t length,
-                                    delimiter_masks& masks) {
+KT_AVX2 void find_delimiters(const char* text, std::size_t length, delimiter_masks& masks) {
     if (length < 32) {
         sse::find_delimiters(text, length, masks);
         return;
@@ -726,8 +706,7 @@ KT_AVX2 void find_delimiters(const char* text, std::size_t length,
 
 }  // namespace
 
-KT_AVX2 std::size_t url_encoded_size(const char* first, const char* last,
-                                     bool escape_all_slashes) {
+KT_AVX2 std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes) {
     return escape_all_slashes ? encoded_size<true>(first, last) : encoded_size<false>(first, last);
 }
 

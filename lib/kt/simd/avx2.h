@@ -17,8 +17,7 @@ namespace KT {
 namespace simd {
 namespace avx2 {
 
-KT_AVX2 std::size_t url_encoded_size(const char* first, const char* last,
-                                     bool escape_all_slashes);
+KT_AVX2 std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes);
 KT_AVX2 std::size_t url_encode(char* out, const char* first, const char* last,
                                bool escape_all_slashes);
 

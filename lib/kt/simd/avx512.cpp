@@ -27,16 +27,15 @@
 #include "url_delimiters.h"
 
 // Every function carries the target attribute, as in the AVX2 kernels.
-#define KT_AVX512 \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,avx2,bmi,bmi2,popcnt")))
+#define KT_AVX512                                                                           \
+    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,avx2,bmi,bmi2," \
+                          "popcnt")))
 
 namespace KT {
 namespace simd {
 namespace avx512 {
 
-using ktbase::url_detail::delimiter_masks;
-using ktbase::url_detail::kDelimiterBytes;
-using ktbase::url_detail::kDelimiterCount;
+namespace url = ktbase::url_detail;
 
 namespace {
 
@@ -102,9 +101,9 @@ KT_AVX512 void hex_decode(const std::uint8_t* in, std::size_t pairs, std::uint8_
             __m512i values0 = look_up(load(in + 2 * i), valuesLow, valuesHigh, marks0);
             __m512i values1 = look_up(load(in + 2 * i + 64), valuesLow, valuesHigh, marks1);
             if (any_marked(_mm512_or_si512(marks0, marks1))) break;
-            store(out + i, _mm512_permutex2var_epi8(_mm512_maddubs_epi16(values0, weights),
-                                                    lowBytes,
-                                                    _mm512_maddubs_epi16(values1, weights)));
+            store(out + i,
+                  _mm512_permutex2var_epi8(_mm512_maddubs_epi16(values0, weights), lowBytes,
+                                           _mm512_maddubs_epi16(values1, weights)));
         }
         if (i + 64 <= pairs) {
             scalar::hex_decode(in + 2 * i, 64, out + i);
@@ -158,7 +157,8 @@ KT_AVX512 std::size_t base64_decode(const std::uint8_t* in, std::size_t n, std::
             __m512i marks;
             __m512i values = look_up(load(in + i), valuesLow, valuesHigh, marks);
             if (any_marked(marks)) break;
-            __m512i words = _mm512_madd_epi16(_mm512_maddubs_epi16(values, pairWeights), wordWeights);
+            __m512i words =
+                _mm512_madd_epi16(_mm512_maddubs_epi16(values, pairWeights), wordWeights);
             __m512i decoded = _mm512_permutexvar_epi8(order, words);
             // Every block gives at least 16 bytes: when another follows, it
             // overwrites the spare quarter of a whole-vector store.
@@ -256,13 +256,12 @@ KT_AVX512 std::size_t url_decode(char* out, const char* first, const char* last)
     return std::size_t(o - out);
 }
 
-KT_AVX512 void find_delimiters(const char* text, std::size_t length,
-                                      delimiter_masks& masks) {
+KT_AVX512 void find_delimiters(const char* text, std::size_t length, url::delimiter_masks& masks) {
     for (std::size_t word = 0; 64 * word < length; ++word) {
         const std::size_t rest = length - 64 * word;
         const __m512i v = load(text + 64 * word, rest < 64 ? rest : 64);
-        for (int d = 0; d < kDelimiterCount; ++d)
-            masks.rows[d][word] = _mm512_cmpeq_epi8_mask(v, bytes(kDelimiterBytes[d]));
+        for (int d = 0; d < url::kDelimiterCount; ++d)
+            masks.rows[d][word] = _mm512_cmpeq_epi8_mask(v, bytes(url::kDelimiterBytes[d]));
     }
 }
 

@@ -15,10 +15,9 @@ bool cpu_runs_avx2() {
 // The runtime reports AVX-512 only where the system saves the zmm and mask
 // registers, so no check of its own is needed.
 bool cpu_runs_avx512() {
-    return cpu_runs_avx2() && __builtin_cpu_supports("bmi2") &&
-           __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
-           __builtin_cpu_supports("avx512vbmi2");
+    return cpu_runs_avx2() && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("avx512f") &&
+           __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2");
 }
 #endif
 

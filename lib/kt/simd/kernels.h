@@ -53,8 +53,7 @@ struct kernels {
     std::size_t (*base64_decode)(const std::uint8_t* in, std::size_t n, std::uint8_t* out);
 
     /// What url_encode() writes for [first, last).
-    std::size_t (*url_encoded_size)(const char* first, const char* last,
-                                    bool escape_all_slashes);
+    std::size_t (*url_encoded_size)(const char* first, const char* last, bool escape_all_slashes);
     /// Writes the percent-encoding of [first, last) and returns its size;
     /// `out` needs room for that size plus url_encode_slack bytes.
     std::size_t (*url_encode)(char* out, const char* first, const char* last,
