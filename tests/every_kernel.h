@@ -4,14 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
+#include <vector>
 
 #include "simd/kernels.h"
 
 namespace kttest {
 
 /// A test run once per kernel set this CPU runs; instantiate it with
-/// KT_INSTANTIATE_FOR_EVERY_KERNEL.
+/// KT_INSTANTIATE_FOR_EVERY_KERNEL, or over vectorKernels() alone.
 class EveryKernel : public testing::TestWithParam<const KT::simd::kernels*> {
   protected:
     /// The set under test.
@@ -24,7 +26,20 @@ inline std::string kernelName(const testing::TestParamInfo<const KT::simd::kerne
     return info.param->name;
 }
 
+/// Every set this CPU runs but the scalar one.
+inline std::vector<const KT::simd::kernels*> vectorKernels() {
+    const std::vector<const KT::simd::kernels*>& sets = KT::simd::supported();
+    return {sets.begin() + 1, sets.end()};
+}
+
 }  // namespace kttest
+
+namespace KT {
+namespace simd {
+// Names the set in test listings.
+inline void PrintTo(const kernels* set, std::ostream* os) { *os << set->name; }
+}  // namespace simd
+}  // namespace KT
 
 #define KT_INSTANTIATE_FOR_EVERY_KERNEL(suite)                                         \
     INSTANTIATE_TEST_SUITE_P(Kernels, suite, testing::ValuesIn(KT::simd::supported()), \
