@@ -9,10 +9,11 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
-#include "KTCodec.h"
 #include "kt/KTBuffer.h"
+#include "simd/kernels.h"
 
 #ifdef KT_HAVE_OPENSSL
 #include <openssl/evp.h>
@@ -94,17 +95,22 @@ void BM_HexDecode_Kt(benchmark::State& state) {
     runKt(state, hexOf(state.range(0)), &KT::CBuffer::decodeHex);
 }
 
-// libkt restricted to one kernel set: the plain one shows the gain of the
-// vector sets, the AVX2 one that of the wider set this CPU may run instead.
-void withKernel(benchmark::State& state, KT::codec::Kernel kernel,
-                void (*run)(benchmark::State&)) {
-    KT::codec::Kernel active = KT::codec::activeKernel();
-    if (!KT::codec::selectKernel(kernel)) {
-        state.SkipWithError("the CPU lacks this kernel set");
-        return;
+// One kernel set of libkt, called directly on the same input as the rows
+// above: the plain set shows the gain of the vector sets, the AVX2 one that
+// of the wider set this CPU may run instead.
+using KernelWork = std::size_t (*)(const KT::simd::kernels&, const std::uint8_t*, std::size_t,
+                                   std::uint8_t*);
+void runKernel(benchmark::State& state, const KT::simd::kernels* set, KernelWork work,
+               std::string (*inputOf)(std::int64_t)) {
+    const std::string input = inputOf(state.range(0));
+    std::string output(2 * input.size() + 4, '\0');
+    const auto* in = reinterpret_cast<const std::uint8_t*>(input.data());
+    auto* out = reinterpret_cast<std::uint8_t*>(&output[0]);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(work(*set, in, input.size(), out));
+        benchmark::ClobberMemory();
     }
-    run(state);
-    KT::codec::selectKernel(active);
+    countBytes(state);
 }
 
 // Runs `step(input, output)` with `output` a string sized once for the
@@ -194,19 +200,46 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
     benchmark->RangeMultiplier(16)->Range(64, kMaxSize);
 }
 
-// BM_<work>_KtPlain and BM_<work>_KtAvx2: libkt's rows under one set each.
+// BM_<work>_KtPlain and BM_<work>_KtAvx2: libkt's kernels of one set.
 [[maybe_unused]] const bool kKernelRows = [] {
-    using Run = void (*)(benchmark::State&);
-    const std::pair<const char*, Run> works[] = {{"Base64Encode", BM_Base64Encode_Kt},
-                                                 {"Base64Decode", BM_Base64Decode_Kt},
-                                                 {"HexEncode", BM_HexEncode_Kt},
-                                                 {"HexDecode", BM_HexDecode_Kt}};
-    const std::pair<const char*, KT::codec::Kernel> sets[] = {
-        {"KtPlain", KT::codec::Kernel::Scalar}, {"KtAvx2", KT::codec::Kernel::Avx2}};
-    for (auto [work, run] : works) {
-        for (auto [contender, kernel] : sets) {
-            std::string name = std::string("BM_") + work + "_" + contender;
-            benchmark::RegisterBenchmark(name.c_str(), withKernel, kernel, run)->Apply(sizes);
+    using Set = const KT::simd::kernels&;
+    using Bytes = const std::uint8_t*;
+    std::string (*const plain)(std::int64_t) = [](std::int64_t n) {
+        return std::string(randomBytes(n));
+    };
+    const std::tuple<const char*, KernelWork, std::string (*)(std::int64_t)> works[] = {
+        {"Base64Encode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+             return set.base64_encode(in, n, out);
+         },
+         plain},
+        {"Base64Decode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+             return set.base64_decode(in, n, out);
+         },
+         base64Of},
+        {"HexEncode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+             set.hex_encode(in, n, out);
+             return 2 * n;
+         },
+         plain},
+        {"HexDecode",
+         [](Set set, Bytes in, std::size_t n, std::uint8_t* out) {
+             set.hex_decode(in, n / 2, out);
+             return n / 2;
+         },
+         hexOf}};
+    const std::pair<std::string, const char*> contenders[] = {{"scalar", "KtPlain"},
+                                                              {"avx2", "KtAvx2"}};
+    for (const KT::simd::kernels* set : KT::simd::supported()) {
+        for (const auto& [setName, contender] : contenders) {
+            if (set->name != setName) continue;
+            for (const auto& [work, run, inputOf] : works) {
+                std::string name = std::string("BM_") + work + "_" + contender;
+                benchmark::RegisterBenchmark(name.c_str(), runKernel, set, run, inputOf)
+                    ->Apply(sizes);
+            }
         }
     }
     return true;

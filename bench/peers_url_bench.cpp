@@ -36,8 +36,8 @@
 #include <vector>
 
 #include "kt/url.h"
+#include "simd/kernels.h"
 #include "url_corpus.h"
-#include "url_kernels.h"
 
 #ifdef KT_HAVE_CURL
 #include <curl/curl.h>
@@ -205,22 +205,26 @@ void BM_UrlAll_Kt(benchmark::State& state) {
         [](const std::string&) { return true; });
 }
 
-// libkt restricted to its plain kernels: the gain of the vector ones.
-void withPlainKernels(benchmark::State& state, void (*run)(benchmark::State&)) {
-    const ktbase::url_detail::url_kernel kernel = ktbase::url_detail::active_kernel();
-    ktbase::url_detail::select_kernel(ktbase::url_detail::url_kernel::scalar);
-    run(state);
-    ktbase::url_detail::select_kernel(kernel);
-}
+// libkt's plain kernels, called directly into a string: the gain of the
+// vector ones.
+const KT::simd::kernels& plainKernels() { return *KT::simd::supported().front(); }
 
 void BM_PercentEncode_KtPlain(benchmark::State& state) {
-    withPlainKernels(state, BM_PercentEncode_Kt);
+    const Input& input = inputOf(state.range(0));
+    runCoding(state, input.text, [&input](const std::string& text) {
+        std::string result(3 * text.size(), '\0');
+        result.resize(plainKernels().url_encode(&result[0], text.data(),
+                                                text.data() + text.size(), input.escapeSlashes));
+        return result;
+    });
 }
 void BM_PercentDecode_KtPlain(benchmark::State& state) {
-    withPlainKernels(state, BM_PercentDecode_Kt);
+    runCoding(state, encodedOf(state.range(0)), [](const std::string& text) {
+        std::string result(text.size(), '\0');
+        result.resize(plainKernels().url_decode(&result[0], text.data(), text.data() + text.size()));
+        return result;
+    });
 }
-void BM_UrlHost_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_UrlHost_Kt); }
-void BM_UrlAll_KtPlain(benchmark::State& state) { withPlainKernels(state, BM_UrlAll_Kt); }
 
 BENCHMARK(BM_PercentEncode_Kt)->Apply(sizes);
 BENCHMARK(BM_PercentDecode_Kt)->Apply(sizes);
@@ -228,8 +232,6 @@ BENCHMARK(BM_UrlHost_Kt);
 BENCHMARK(BM_UrlAll_Kt);
 BENCHMARK(BM_PercentEncode_KtPlain)->Apply(sizes);
 BENCHMARK(BM_PercentDecode_KtPlain)->Apply(sizes);
-BENCHMARK(BM_UrlHost_KtPlain);
-BENCHMARK(BM_UrlAll_KtPlain);
 
 // ------------------------------------------------------------------- curl
 

@@ -7,37 +7,34 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "simd/kernels.h"
+#include "url_delimiters.h"
 #include "url_internal.h"
-#include "url_kernels.h"
 
 namespace {
 
 using namespace ktbase::url_detail;
 
-const url_kernel kKernels[] = {url_kernel::scalar, url_kernel::sse, url_kernel::avx2,
-                               url_kernel::avx512};
-
 // `first` to `last` is the fuzzer's own input, of exactly its size, so that a
 // read past it is caught.
-void check_kernels(const char* first, const char* last) {
+void check_kernels(const KT::simd::kernels& kernels, const char* first, const char* last) {
     const std::string text(first, last);
-    const kernel_set& kernels = active_kernels();
-    std::vector<char> expected(3 * text.size()), out(3 * text.size() + kKernelSlack);
+    std::vector<char> expected(3 * text.size()), out(3 * text.size() + KT::simd::kMaxSlack);
     for (bool all : {false, true}) {
         const std::size_t size = url_encode_range(expected.data(), first, last, all);
-        FUZZ_CHECK(kernels.encoded_size(first, last, all) == size);
+        FUZZ_CHECK(kernels.url_encoded_size(first, last, all) == size);
         if (text.empty()) continue;
-        FUZZ_CHECK(kernels.encode(out.data(), first, last, all) == size);
+        FUZZ_CHECK(kernels.url_encode(out.data(), first, last, all) == size);
         FUZZ_CHECK(std::string(out.data(), size) == std::string(expected.data(), size));
     }
     if (!text.empty()) {
         const std::size_t size = url_decode_range(expected.data(), first, last);
-        FUZZ_CHECK(kernels.decode(out.data(), first, last) == size);
+        FUZZ_CHECK(kernels.url_decode(out.data(), first, last) == size);
         FUZZ_CHECK(std::string(out.data(), size) == std::string(expected.data(), size));
     }
     if (text.size() <= delimiter_masks::kMaxLength) {
         delimiter_masks plain, masks;
-        kScalarKernels.find_delimiters(first, text.size(), plain);
+        KT::simd::scalar_kernels.find_delimiters(first, text.size(), plain);
         kernels.find_delimiters(first, text.size(), masks);
         for (int d = 0; d < kDelimiterCount; ++d)
             for (std::size_t w = 0; w < (text.size() + 63) / 64; ++w)
@@ -61,12 +58,8 @@ void check_split(const std::string& url) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const char* first = reinterpret_cast<const char*>(data);
     const std::string text(first, size);
-    const url_kernel saved = active_kernel();
-    for (url_kernel kernel : kKernels) {
-        if (!select_kernel(kernel)) continue;
-        check_kernels(first, first + size);
-        check_split(text);
-    }
-    select_kernel(saved);
+    for (const KT::simd::kernels* kernels : KT::simd::supported())
+        check_kernels(*kernels, first, first + size);
+    check_split(text);
     return 0;
 }

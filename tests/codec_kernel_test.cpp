@@ -1,28 +1,22 @@
+// The hex and Base64 kernels of every set this CPU runs: known answers, and
+// the scalar set's output on the same inputs.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "KTCodec.h"
-#include "kt/KTBuffer.h"
-#include "kt/KTString.h"
+#include "every_kernel.h"
 
 namespace {
 
-using KT::codec::Kernel;
 using Bytes = std::vector<std::uint8_t>;
+using Kernels = KT::simd::kernels;
 
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 const char kHexDigits[] = "0123456789ABCDEFabcdef";
-
-// The vector sets, slowest first, and the names of all sets in their order.
-const Kernel kVectorKernels[] = {Kernel::Avx2, Kernel::Avx512};
-const char* const kKernelNames[] = {"Scalar", "Avx2", "Avx512"};
-const auto kKernelName = [](const auto& info) { return kKernelNames[int(info.param)]; };
 
 Bytes bytesOf(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
@@ -35,61 +29,53 @@ Bytes bytesOfHex(const std::string& hex) {
     return bytes;
 }
 
-// An operation of the codec: writes its output for `n` bytes and returns its length.
+// An operation of the codec: writes its output for `n` bytes with a set's
+// kernel and returns its length.
 struct Op {
     const char* name;
-    std::size_t (*write)(const std::uint8_t* in, std::size_t n, std::uint8_t* out);
+    std::size_t (*write)(const Kernels&, const std::uint8_t* in, std::size_t n, std::uint8_t* out);
 };
-std::size_t hexEncode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
-    KT::codec::hexEncode(in, n, out);
-    return 2 * n;
-}
-std::size_t hexDecode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
-    KT::codec::hexDecode(in, n / 2, out);
-    return n / 2;
-}
-const Op kHexEncode{"hexEncode", hexEncode}, kHexDecode{"hexDecode", hexDecode},
-    kBase64Encode{"base64Encode", KT::codec::base64Encode},
-    kBase64Decode{"base64Decode", KT::codec::base64Decode};
+const Op kHexEncode{"hex_encode",
+                    [](const Kernels&set, const std::uint8_t*in, std::size_t n, std::uint8_t*out) {
+                        set.hex_encode(in, n, out);
+                        return 2 * n;
+                    }},
+    kHexDecode{"hex_decode",
+               [](const Kernels&set, const std::uint8_t*in, std::size_t n, std::uint8_t*out) {
+                   set.hex_decode(in, n / 2, out);
+                   return n / 2;
+               }},
+    kBase64Encode{"base64_encode", [](const Kernels&set, const std::uint8_t*in, std::size_t n,
+                                      std::uint8_t*out) { return set.base64_encode(in, n, out); }},
+    kBase64Decode{"base64_decode", [](const Kernels&set, const std::uint8_t*in, std::size_t n,
+                                      std::uint8_t*out) { return set.base64_decode(in, n, out); }};
 
 // Guard bytes after the room an operation may use: a kernel that writes past
 // its output changes them.
 constexpr std::size_t kGuard = 64;
 constexpr std::uint8_t kGuardByte = 0xA5;
 
-// The output of `op` on `input` with the active set, followed by the guard
-// bytes that come after it.
-Bytes run(const Op& op, const Bytes& input) {
+// The output of `op` on `input` with `set`, followed by the guard bytes that
+// come after it.
+Bytes run(const Kernels& set, const Op& op, const Bytes& input) {
     Bytes out(2 * input.size() + 4 + kGuard, kGuardByte);
-    out.resize(op.write(input.data(), input.size(), out.data()) + kGuard);
+    out.resize(op.write(set, input.data(), input.size(), out.data()) + kGuard);
     return out;
 }
-
-// Runs each test with the kernel set it is given (skipped where the CPU
-// lacks it), then restores the set that was active.
-class KernelTest : public testing::TestWithParam<Kernel> {
-  protected:
-    void SetUp() override {
-        if (!KT::codec::selectKernel(GetParam())) GTEST_SKIP() << "the CPU lacks this set";
-    }
-    void TearDown() override { KT::codec::selectKernel(saved_); }
-
-  private:
-    Kernel saved_ = KT::codec::activeKernel();
-};
 
 // ---------------------------------------------------------------- known answers
 
 // Exact bytes under every set, the scalar one included, with inputs long
 // enough for the vector loops.
-class CodecKernelAnswerTest : public KernelTest {};
-
-// Expects `op` on `input` to give exactly `expected` and to leave the
-// guard bytes after it alone.
-void expectOutput(const Op& op, const Bytes& input, Bytes expected) {
-    expected.insert(expected.end(), kGuard, kGuardByte);
-    EXPECT_EQ(run(op, input), expected) << op.name;
-}
+class CodecKernelAnswerTest : public kttest::EveryKernel {
+  protected:
+    // Expects `op` on `input` to give exactly `expected` and to leave the
+    // guard bytes after it alone.
+    void expectOutput(const Op& op, const Bytes& input, Bytes expected) {
+        expected.insert(expected.end(), kGuard, kGuardByte);
+        EXPECT_EQ(run(kernels(), op, input), expected) << op.name;
+    }
+};
 
 TEST_P(CodecKernelAnswerTest, Base64RoundTripsGiveExactBytes) {
     const char* const rows[][2] = {
@@ -157,22 +143,18 @@ TEST_P(CodecKernelAnswerTest, HexEncodesEveryByte) {
     expectOutput(kHexEncode, all, bytesOf(digits));
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, CodecKernelAnswerTest,
-                         testing::Values(Kernel::Scalar, Kernel::Avx2, Kernel::Avx512),
-                         kKernelName);
+KT_INSTANTIATE_FOR_EVERY_KERNEL(CodecKernelAnswerTest);
 
 // ---------------------------------------------------------------- same as scalar
 
 // Every vector set against the scalar one, on the same inputs.
-class CodecKernelSameTest : public KernelTest {
+class CodecKernelSameTest : public kttest::EveryKernel {
   protected:
     // Expects the set under test to give the scalar set's output (and length)
     // for `op` on `input`.
     void expectSame(const Op& op, const Bytes& input) {
-        KT::codec::selectKernel(Kernel::Scalar);
-        Bytes expected = run(op, input);
-        KT::codec::selectKernel(GetParam());
-        EXPECT_TRUE(run(op, input) == expected) << op.name << " of " << input.size() << " bytes";
+        EXPECT_TRUE(run(kernels(), op, input) == run(scalar(), op, input))
+            << op.name << " of " << input.size() << " bytes";
     }
 
     // Deterministic test data: a byte, a number below n, n bytes of any value
@@ -248,7 +230,7 @@ TEST_P(CodecKernelSameTest, LargeInputs) {
     expectSame(kBase64Encode, plain);
 
     // Valid text, then the same with an odd character every few hundred bytes.
-    Bytes base64 = run(kBase64Encode, plain);
+    Bytes base64 = run(kernels(), kBase64Encode, plain);
     base64.resize(base64.size() - kGuard);
     Text rows[] = {{kBase64Decode, base64}, {kHexDecode, bytes(2 * size, kHexDigits)}};
     for (Text& row : rows) {
@@ -259,42 +241,20 @@ TEST_P(CodecKernelSameTest, LargeInputs) {
     }
 }
 
-// Odd hex lengths through the buffer and the string: the last digit pairs
-// with the byte after the counted text, which lies past the new length.
-TEST_P(CodecKernelSameTest, OddHexLengthsThroughBuffers) {
-    auto decoded = [](const KT::CBuffer& source, int adjustment) {
-        KT::CBuffer target;
-        target.decodeHex(source, adjustment);
-        // The odd digit's byte follows the length, where there is room.
-        KT::SIntLeast32 size = std::min(target.length + 1, target.capacity);
-        return Bytes(target.data, target.data + size);
-    };
-    for (std::size_t n = 1; n <= 401; n += 2) {
-        // n counted digits and one more after them.
-        Bytes text = bytes(n + 1, kHexDigits);
-        KT::CBuffer buffer;
-        buffer.append(KT::SIntLeast32(n + 1), text.data());
-        KT::CString string(std::string(text.begin(), text.end() - 1).c_str());
-        KT::codec::selectKernel(Kernel::Scalar);
-        Bytes fromBuffer = decoded(buffer, -1), fromString = decoded(string, string.correction());
-        KT::codec::selectKernel(GetParam());
-        EXPECT_EQ(decoded(buffer, -1), fromBuffer) << n;
-        EXPECT_EQ(decoded(string, string.correction()), fromString) << n;
-    }
-}
+INSTANTIATE_TEST_SUITE_P(Kernels, CodecKernelSameTest, testing::ValuesIn(kttest::vectorKernels()),
+                         kttest::kernelName);
 
-INSTANTIATE_TEST_SUITE_P(Kernels, CodecKernelSameTest, testing::ValuesIn(kVectorKernels),
-                         kKernelName);
-
-TEST(CodecKernelTest, StartsWithTheFastestSetTheCpuRunsAndAlwaysHasTheScalarOne) {
-    Kernel first = KT::codec::activeKernel();
-    Kernel fastest = Kernel::Scalar;
-    for (Kernel kernel : kVectorKernels)
-        if (KT::codec::selectKernel(kernel)) fastest = kernel;
-    EXPECT_TRUE(KT::codec::selectKernel(Kernel::Scalar));
-    EXPECT_EQ(KT::codec::activeKernel(), Kernel::Scalar);
-    KT::codec::selectKernel(first);
-    EXPECT_EQ(first, fastest);
+// The scalar set comes first, and the library uses the fastest set the CPU
+// runs: the last.
+TEST(KernelChoiceTest, ScalarFirstFastestInUse) {
+    const std::vector<const Kernels*>& sets = KT::simd::supported();
+    EXPECT_STREQ(sets.front()->name, "scalar");
+    EXPECT_EQ(&KT::simd::active(), sets.back());
+#ifdef KT_SIMD_X86
+    __builtin_cpu_init();
+    const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+    EXPECT_EQ(sets.size() > 1 && std::strcmp(sets[1]->name, "avx2") == 0, avx2);
+#endif
 }
 
 }  // namespace

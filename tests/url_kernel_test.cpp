@@ -1,10 +1,8 @@
 // The fast paths of the URL functions against the plain ones: every kernel
-// set this machine runs (url_kernels.h) against the plain byte loops, and
+// set this machine runs (simd/kernels.h) against the plain byte loops, and
 // the splitter on the kernels' delimiter masks against its plain searches, on
 // random texts of every length from 0 to a few hundred bytes and on large
 // ones, drawn from alphabets rich in the bytes that matter.
-#include "url_kernels.h"
-
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -12,27 +10,18 @@
 #include <string>
 #include <vector>
 
+#include "every_kernel.h"
 #include "kt/url.h"
+#include "simd/kernels.h"
+#include "url_delimiters.h"
 #include "url_internal.h"
 
 namespace {
 
 using namespace ktbase::url_detail;
 
-const char* const kKernelNames[] = {"Scalar", "Sse", "Avx2", "Avx512"};  // by url_kernel
-
-// Runs each test with the kernel set it is given (skipped where the CPU
-// lacks it), then restores the set that was active.
-class UrlKernelTest : public testing::TestWithParam<url_kernel> {
-protected:
-    void SetUp() override {
-        if (!select_kernel(GetParam())) GTEST_SKIP() << "the CPU lacks this set";
-    }
-    void TearDown() override { select_kernel(saved_); }
-
-private:
-    url_kernel saved_ = active_kernel();
-};
+using Kernels = KT::simd::kernels;
+using UrlKernelTest = kttest::EveryKernel;
 
 // Escapes and near-escapes: "%" often, digits ("0" too, which reads as no
 // digit), letters that are and are not hex digits, slashes in runs, and
@@ -68,18 +57,17 @@ std::string plainDecoding(const std::string& text) {
     return out;
 }
 
-// The active kernels' encoding and decoding of `text` against the plain
+// The encoding and decoding of `text` against the plain
 // loops, each in a buffer of exactly the room they are promised, with guard
 // bytes after it; the input is a copy of exactly the text's size, so that a
 // read past it is caught under AddressSanitizer.
-void expectCodingAsPlain(const std::string& text) {
+void expectCodingAsPlain(const Kernels& kernels, const std::string& text) {
     SCOPED_TRACE(testing::PrintToString(text));
     const std::vector<char> input(text.begin(), text.end());
     const char* first = input.data();
     const char* last = first + input.size();
-    const kernel_set& kernels = active_kernels();
-    ASSERT_LE(kernels.encode_slack, kKernelSlack);
-    ASSERT_LE(kernels.decode_slack, kKernelSlack);
+    ASSERT_LE(kernels.url_encode_slack, KT::simd::kMaxSlack);
+    ASSERT_LE(kernels.url_decode_slack, KT::simd::kMaxSlack);
     const auto expectGuarded = [](const std::vector<char>& out, std::size_t room) {
         for (std::size_t i = room; i < out.size(); ++i)
             ASSERT_EQ(out[i], kGuardByte) << "written past the slack";
@@ -88,20 +76,20 @@ void expectCodingAsPlain(const std::string& text) {
         SCOPED_TRACE(all ? "every slash escaped" : "single slashes kept");
         std::string expected(3 * text.size(), '\0');
         expected.resize(url_encode_range(&expected[0], first, last, all));
-        ASSERT_EQ(kernels.encoded_size(first, last, all), expected.size());
+        ASSERT_EQ(kernels.url_encoded_size(first, last, all), expected.size());
         ASSERT_EQ(ktbase::url_encode(text, all), expected);
         if (text.empty()) continue;
-        std::vector<char> out(expected.size() + kernels.encode_slack + kGuard, kGuardByte);
-        ASSERT_EQ(kernels.encode(out.data(), first, last, all), expected.size());
+        std::vector<char> out(expected.size() + kernels.url_encode_slack + kGuard, kGuardByte);
+        ASSERT_EQ(kernels.url_encode(out.data(), first, last, all), expected.size());
         ASSERT_EQ(std::string(out.data(), expected.size()), expected);
-        expectGuarded(out, expected.size() + kernels.encode_slack);
+        expectGuarded(out, expected.size() + kernels.url_encode_slack);
     }
     const std::string expected = plainDecoding(text);
     ASSERT_EQ(ktbase::url_decode(text), expected);
     if (text.empty()) return;
-    std::vector<char> out(text.size() + kernels.decode_slack + kGuard, kGuardByte);
-    ASSERT_EQ(std::string(out.data(), kernels.decode(out.data(), first, last)), expected);
-    expectGuarded(out, text.size() + kernels.decode_slack);
+    std::vector<char> out(text.size() + kernels.url_decode_slack + kGuard, kGuardByte);
+    ASSERT_EQ(std::string(out.data(), kernels.url_decode(out.data(), first, last)), expected);
+    expectGuarded(out, text.size() + kernels.url_decode_slack);
 }
 
 TEST_P(UrlKernelTest, CodingIsThePlainOneAtEveryLength) {
@@ -109,11 +97,11 @@ TEST_P(UrlKernelTest, CodingIsThePlainOneAtEveryLength) {
     for (std::size_t n = 0; n <= 300; ++n) {
         for (const std::string* alphabet : kAlphabets)
             for (int round = 0; round < 3; ++round)
-                expectCodingAsPlain(randomText(random, n, *alphabet));
+                expectCodingAsPlain(kernels(), randomText(random, n, *alphabet));
         // Encodings too: valid escapes everywhere, as decoding mostly meets them.
         const std::string bytes = randomText(random, n, kEveryByte);
-        expectCodingAsPlain(bytes);
-        expectCodingAsPlain(ktbase::url_encode(bytes, n % 2 == 0));
+        expectCodingAsPlain(kernels(), bytes);
+        expectCodingAsPlain(kernels(), ktbase::url_encode(bytes, n % 2 == 0));
     }
 }
 
@@ -122,7 +110,8 @@ TEST_P(UrlKernelTest, DecodingOverlappingEscapes) {
     for (const char* piece : {"%%41", "%4%41", "%%%", "%0%41", "%00%", "%%", "%4z", "%z%"})
         for (std::size_t before = 0; before < 70; ++before)
             for (std::size_t after = 0; after < 4; ++after)
-                expectCodingAsPlain(std::string(before, 'x') + piece + std::string(after, 'y'));
+                expectCodingAsPlain(kernels(),
+                                    std::string(before, 'x') + piece + std::string(after, 'y'));
 }
 
 // --- The one-pass splitter ---------------------------------------------------
@@ -169,13 +158,13 @@ TEST_P(UrlKernelTest, SplitIsTheSearchAtEveryLength) {
                 if (n > delimiter_masks::kMaxLength) continue;
                 const std::vector<char> input(text.begin(), text.end());
                 delimiter_masks expected, masks;
-                kScalarKernels.find_delimiters(input.data(), n, expected);
-                active_kernels().find_delimiters(input.data(), n, masks);
+                scalar().find_delimiters(input.data(), n, expected);
+                kernels().find_delimiters(input.data(), n, masks);
                 for (int d = 0; d < kDelimiterCount; ++d)
                     for (std::size_t w = 0; w < (n + 63) / 64; ++w)
                         ASSERT_EQ(masks.rows[d][w], expected.rows[d][w])
-                            << "length " << n << ", delimiter " << kDelimiterBytes[d]
-                            << ", word " << w << ", text " << testing::PrintToString(text);
+                            << "length " << n << ", delimiter " << kDelimiterBytes[d] << ", word "
+                            << w << ", text " << testing::PrintToString(text);
             }
 }
 
@@ -208,30 +197,15 @@ TEST_P(UrlKernelTest, LargeTexts) {
     for (std::size_t n : {std::size_t(4096), std::size_t(1) << 16, (std::size_t(1) << 20) + 7}) {
         for (const std::string* alphabet : kAlphabets) {
             const std::string text = randomText(random, n, *alphabet);
-            expectCodingAsPlain(text);
+            expectCodingAsPlain(kernels(), text);
             expectSplitAsSearch(text);
         }
         const std::string bytes = randomText(random, n, kEveryByte);
-        expectCodingAsPlain(bytes);
-        expectCodingAsPlain(ktbase::url_encode(bytes, true));
+        expectCodingAsPlain(kernels(), bytes);
+        expectCodingAsPlain(kernels(), ktbase::url_encode(bytes, true));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, UrlKernelTest,
-                         testing::Values(url_kernel::scalar, url_kernel::sse, url_kernel::avx2,
-                                         url_kernel::avx512),
-                         [](const testing::TestParamInfo<url_kernel>& info) {
-                             return kKernelNames[int(info.param)];
-                         });
-
-// The set in use after a fresh start is the fastest the CPU runs, and
-// selecting one that the build or CPU lacks changes nothing.
-TEST(UrlKernelChoiceTest, SelectReportsWhatItCanRun) {
-    const url_kernel active = active_kernel();
-    EXPECT_TRUE(select_kernel(url_kernel::scalar));
-    EXPECT_EQ(active_kernel(), url_kernel::scalar);
-    EXPECT_TRUE(select_kernel(active));
-    EXPECT_EQ(active_kernel(), active);
-}
+KT_INSTANTIATE_FOR_EVERY_KERNEL(UrlKernelTest);
 
 }  // namespace

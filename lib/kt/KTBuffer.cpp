@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "KTAllocation.h"
-#include "KTCodec.h"
 #include "KTInternal.h"
+#include "simd/kernels.h"
 
 namespace KT {
 
@@ -239,7 +239,7 @@ void CBuffer::encodeHex(const CBuffer& source, int adjustment) {
     if (&source == this) return CBuffer::encodeHex(CBuffer(source), adjustment);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(2 * std::int64_t(n));
-    codec::hexEncode(source.data, size_t(n), data);
+    simd::active().hex_encode(source.data, size_t(n), data);
     length += 2 * n;
 }
 
@@ -247,14 +247,14 @@ void CBuffer::decodeHex(const CBuffer& source, int adjustment) {
     if (&source == this) return CBuffer::decodeHex(CBuffer(source), adjustment);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(n / 2);
-    codec::hexDecode(source.data, size_t(n / 2), data);
+    simd::active().hex_decode(source.data, size_t(n / 2), data);
     if (n % 2 != 0 && n / 2 < capacity) {
         // An odd last digit pairs with the byte after the counted text (a
         // string's terminator); beyond the source's storage that byte reads
         // as 0. The result byte lies past `length`, written only where the
         // target's storage has room.
         UInt8 pair[2] = {source.data[n - 1], n < source.capacity ? source.data[n] : UInt8(0)};
-        codec::hexDecode(pair, 1, data + n / 2);
+        simd::active().hex_decode(pair, 1, data + n / 2);
     }
     length += n / 2;
 }
@@ -263,14 +263,14 @@ void CBuffer::encodeBase64(const CBuffer& source, int adjustment) {
     if (&source == this) return CBuffer::encodeBase64(CBuffer(source), adjustment);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(4 * ((std::int64_t(n) + 2) / 3) + 1);
-    length = SIntLeast32(codec::base64Encode(source.data, size_t(n), data));
+    length = SIntLeast32(simd::active().base64_encode(source.data, size_t(n), data));
 }
 
 void CBuffer::decodeBase64(const CBuffer& source, int adjustment) {
     if (&source == this) return CBuffer::decodeBase64(CBuffer(source), adjustment);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(3 * ((std::int64_t(n) + 3) / 4) + 1);
-    length = SIntLeast32(codec::base64Decode(source.data, size_t(n), data));
+    length = SIntLeast32(simd::active().base64_decode(source.data, size_t(n), data));
 }
 
 // ---------------------------------------------------------------- RBuffer

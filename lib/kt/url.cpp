@@ -8,7 +8,8 @@
 
 #include "url_delimiters.h"
 #include "url_internal.h"
-#include "url_kernels.h"
+#include "simd/kernels.h"
+#include "url_delimiters.h"
 
 namespace ktbase {
 namespace url_detail {
@@ -69,7 +70,7 @@ private:
 class mask_finder {
 public:
     explicit mask_finder(const std::string& text) : words_((text.size() + 63) / 64) {
-        active_kernels().find_delimiters(text.data(), text.size(), masks_);
+        KT::simd::active().find_delimiters(text.data(), text.size(), masks_);
     }
 
     template <char... Delimiters>

@@ -38,7 +38,7 @@ url_parts split_url_by_search(const std::string& url);
 std::string range_text(const std::string& text, url_range range, bool decode);
 
 // The plain encoding and decoding loops, byte by byte: the rules themselves,
-// which the kernels of url_kernels.h match. The string forms below run the
+// which the kernels of simd/kernels.h match. The string forms below run the
 // fastest kernel.
 
 /// Writes the percent-encoding of [first, last) to `out` (room for three
