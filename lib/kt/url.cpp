@@ -6,10 +6,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "url_delimiters.h"
-#include "url_internal.h"
 #include "simd/kernels.h"
 #include "url_delimiters.h"
+#include "url_internal.h"
 
 namespace ktbase {
 namespace url_detail {
