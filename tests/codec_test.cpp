@@ -142,6 +142,12 @@ TEST(CodecTest, AdjustmentCountsWithinTheSourcesStorage) {
         SCOPED_TRACE(adjustment);
         EXPECT_EQ(bytesOf(coded(kEncodeHex, source, adjustment)), hex);
         EXPECT_EQ(bytesOf(coded(kEncodeBase64, source, adjustment)), base64);
+        std::vector<KT::UInt8> own(storage);
+        KT::CBuffer itself;
+        itself.set(int(own.size()), own.data(), KT::NoOwnership);
+        itself.length = 3;
+        itself.encodeBase64(itself, adjustment);
+        EXPECT_EQ(bytesOf(itself), base64);
     }
 }
 

@@ -53,6 +53,19 @@ SIntLeast32 codecCount(const CBuffer& source, int adjustment) {
         std::clamp<std::int64_t>(n, 0, source.data ? std::max(source.capacity, 0) : 0));
 }
 
+// What a codec reads of `source`, copied for a target that codes itself: the
+// counted bytes as the length, then the byte an odd hex digit pairs with (0
+// where the storage ends there).
+CBuffer codedBytes(const CBuffer& source, int adjustment) {
+    const SIntLeast32 n = codecCount(source, adjustment);
+    const bool pairStored = n < source.capacity;
+    CBuffer copy;
+    copy.init(pairStored ? n + 1 : n, source.data, CopyData);
+    if (!pairStored && n < copy.capacity) copy.data[n] = 0;
+    copy.length = n;
+    return copy;
+}
+
 }  // namespace
 
 const UInt8 detail::sharedEmptyText[1] = {0};
@@ -236,7 +249,7 @@ bool CBuffer::operator>(const CBuffer& other) const { return comparePrefix(*this
 // storage. A target asked to encode itself works on a copy of its bytes.
 
 void CBuffer::encodeHex(const CBuffer& source, int adjustment) {
-    if (&source == this) return CBuffer::encodeHex(CBuffer(source), adjustment);
+    if (&source == this) return CBuffer::encodeHex(codedBytes(source, adjustment), 0);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(2 * std::int64_t(n));
     simd::active().hex_encode(source.data, size_t(n), data);
@@ -244,7 +257,7 @@ void CBuffer::encodeHex(const CBuffer& source, int adjustment) {
 }
 
 void CBuffer::decodeHex(const CBuffer& source, int adjustment) {
-    if (&source == this) return CBuffer::decodeHex(CBuffer(source), adjustment);
+    if (&source == this) return CBuffer::decodeHex(codedBytes(source, adjustment), 0);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(n / 2);
     simd::active().hex_decode(source.data, size_t(n / 2), data);
@@ -260,14 +273,14 @@ void CBuffer::decodeHex(const CBuffer& source, int adjustment) {
 }
 
 void CBuffer::encodeBase64(const CBuffer& source, int adjustment) {
-    if (&source == this) return CBuffer::encodeBase64(CBuffer(source), adjustment);
+    if (&source == this) return CBuffer::encodeBase64(codedBytes(source, adjustment), 0);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(4 * ((std::int64_t(n) + 2) / 3) + 1);
     length = SIntLeast32(simd::active().base64_encode(source.data, size_t(n), data));
 }
 
 void CBuffer::decodeBase64(const CBuffer& source, int adjustment) {
-    if (&source == this) return CBuffer::decodeBase64(CBuffer(source), adjustment);
+    if (&source == this) return CBuffer::decodeBase64(codedBytes(source, adjustment), 0);
     SIntLeast32 n = codecCount(source, adjustment);
     reserveMore(3 * ((std::int64_t(n) + 3) / 4) + 1);
     length = SIntLeast32(simd::active().base64_decode(source.data, size_t(n), data));
