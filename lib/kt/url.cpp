@@ -55,7 +55,7 @@ public:
         constexpr std::size_t kLookedAt = 24;
         const std::size_t stop = std::min(text_.size(), from + kLookedAt);
         for (std::size_t at = from; at < stop; ++at)
-            if (((text_[at] == Delimiters) | ...)) return at;
+            if (((text_[at] == Delimiters) || ...)) return at;
         return stop < text_.size() ? text_finder(text_).find<Delimiters...>(stop) : npos;
     }
 
