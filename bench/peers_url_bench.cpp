@@ -30,7 +30,6 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,22 +64,6 @@ constexpr std::int64_t kTextSize = 1 << 20;
 // A realistic path of 60 bytes: spaces, parentheses and a "~" to escape.
 const char kPath[] = "/media/videos/2024/summer trip/clip 01 (final)/take~2.mp4.ts";
 static_assert(sizeof(kPath) - 1 == kPathSize, "the path is 60 bytes");
-
-// Text in which about 30% of the bytes must be escaped: letters and digits,
-// with spaces, slashes, separators, "~" and UTF-8 bytes mixed in.
-std::string mixedText(std::size_t size) {
-    const std::string plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
-    const std::string escaped = " /&=?#~:@\xc3\xa9%+";
-    std::mt19937 random(1);
-    std::uniform_int_distribution<int> percent(0, 99);
-    std::string text;
-    text.reserve(size);
-    for (std::size_t i = 0; i < size; ++i) {
-        const std::string& from = percent(random) < 30 ? escaped : plain;
-        text += from[random() % from.size()];
-    }
-    return text;
-}
 
 // The raw text of a size row, and whether "/" is data (escaped, in the
 // text) or the path's separator (kept, in the path).
