@@ -1,9 +1,11 @@
-// The URLs that the URL benchmarks run over: one hundred of the shapes met in
-// practice, made from six schemes (http, https, rtsp, ftp, file, socket),
-// with and without userinfo, port, params, query, fragment and escapes.
+// The inputs that the URL benchmarks run over: one hundred URLs of the shapes
+// met in practice, made from six schemes (http, https, rtsp, ftp, file,
+// socket), with and without userinfo, port, params, query, fragment and
+// escapes; and text to escape.
 #pragma once
 
 #include <cstddef>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -36,4 +38,20 @@ inline const std::vector<std::string>& corpus() {
         return list;
     }();
     return urls;
+}
+
+// Text in which about 30% of the bytes must be escaped: letters and digits,
+// with spaces, slashes, separators, "~" and UTF-8 bytes mixed in.
+inline std::string mixedText(std::size_t size) {
+    const std::string plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
+    const std::string escaped = " /&=?#~:@\xc3\xa9%+";
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> percent(0, 99);
+    std::string text;
+    text.reserve(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        const std::string& from = percent(random) < 30 ? escaped : plain;
+        text += from[random() % from.size()];
+    }
+    return text;
 }

@@ -7,18 +7,21 @@ namespace {
 
 using kttest::ThrowSite;
 
-const ThrowSite kConstructorSite{"KT::CException", 220, "lib/kt/KTBuffer.cpp",
-                                 "KT::CBuffer::CBuffer(KT::SIntLeast32)",
-                                 "memory allocation error"};
-const ThrowSite kResizeSite{"KT::CException", 299, "lib/kt/KTBuffer.cpp",
-                            "virtual void KT::CBuffer::resize(KT::SIntLeast32)",
-                            "memory allocation error."};
-const ThrowSite kStringAllocationSite{"KT::CException", 43, "lib/kt/KTString.cpp",
-                                      "void KT::CString::init(const char*, char*)",
-                                      "memory allocation error"};
-const ThrowSite kStringFormatSite{"KT::CException", 47, "lib/kt/KTString.cpp",
-                                  "void KT::CString::init(const char*, char*)",
-                                  "system library call failed"};
+// The buffer's and the string's own failures, all reported as KT::CException.
+ThrowSite bufferSite(unsigned line, const char* function, const char* message) {
+    return {"KT::CException", line, "lib/kt/KTBuffer.cpp", function, message};
+}
+ThrowSite stringInitSite(unsigned line, const char* message) {
+    return {"KT::CException", line, "lib/kt/KTString.cpp",
+            "void KT::CString::init(const char*, char*)", message};
+}
+
+const ThrowSite kConstructorSite =
+    bufferSite(220, "KT::CBuffer::CBuffer(KT::SIntLeast32)", "memory allocation error");
+const ThrowSite kResizeSite = bufferSite(299, "virtual void KT::CBuffer::resize(KT::SIntLeast32)",
+                                         "memory allocation error.");
+const ThrowSite kStringAllocationSite = stringInitSite(43, "memory allocation error");
+const ThrowSite kStringFormatSite = stringInitSite(47, "system library call failed");
 
 TEST(CExceptionTest, EachThrowSiteReportsItsTypeFileLineFunctionAndMessage) {
     struct Row {

@@ -46,37 +46,39 @@ using namespace kttest::sites;
 
 class RURITest : public kttest::NoLeakTest {};
 
+// The text fields of a parsed URI, in the order a row gives them.
+const KT::CString KT::RURI::*const kTextFields[] = {&KT::RURI::user, &KT::RURI::password,
+                                                    &KT::RURI::host, &KT::RURI::path};
 
 struct Parsed {
     const char* uri;
     int scheme;
-    const char* user;
-    const char* password;
-    const char* host;
     int port;
-    const char* path;
+    const char* texts[4];  // user, password, host, path
 };
 
 TEST(RURIParseTest, SplitsEveryFieldWithTheSchemeCodeAndDefaultPort) {
     const Parsed rows[] = {
-        {"http://h/a", 3, "", "", "h", 80, "/a"}, {"HTTP://h", 3, "", "", "h", 80, ""},
-        {"Http://h", -1, "", "", "h", 0, ""}, {"rtsp://h:8554/x", 5, "", "", "h", 8554, "/x"},
-        {"RTSP://h/x", 5, "", "", "h", 554, "/x"}, {"ftp://h", 4, "", "", "h", 21, ""},
-        {"FTP://h:2121", 4, "", "", "h", 2121, ""}, {"file:///tmp/x", 1, "", "", "", 0, "/tmp/x"},
-        {"FILE:///tmp/x", 1, "", "", "", 0, "/tmp/x"},
-        {"firewire://node", 6, "", "", "node", 0, ""},
-        {"FIREWIRE://node:7", 6, "", "", "node", 7, ""},
-        {"socket://h:9000", 7, "", "", "h", 9000, ""}, {"SOCKET://h", 7, "", "", "h", 0, ""},
-        {"gopher://h:70/", -1, "", "", "h", 70, "/"}, {"h/x", 0, "", "", "", 0, "h/x"},
-        {"", 0, "", "", "", 0, ""},
-        {"rtsp://user:pw@camera/live", 5, "user", "pw", "camera", 554, "/live"},
+        {"http://h/a", 3, 80, {"", "", "h", "/a"}}, {"HTTP://h", 3, 80, {"", "", "h", ""}},
+        {"Http://h", -1, 0, {"", "", "h", ""}}, {"rtsp://h:8554/x", 5, 8554, {"", "", "h", "/x"}},
+        {"RTSP://h/x", 5, 554, {"", "", "h", "/x"}}, {"ftp://h", 4, 21, {"", "", "h", ""}},
+        {"FTP://h:2121", 4, 2121, {"", "", "h", ""}},
+        {"file:///tmp/x", 1, 0, {"", "", "", "/tmp/x"}},
+        {"FILE:///tmp/x", 1, 0, {"", "", "", "/tmp/x"}},
+        {"firewire://node", 6, 0, {"", "", "node", ""}},
+        {"FIREWIRE://node:7", 6, 7, {"", "", "node", ""}},
+        {"socket://h:9000", 7, 9000, {"", "", "h", ""}}, {"SOCKET://h", 7, 0, {"", "", "h", ""}},
+        {"gopher://h:70/", -1, 70, {"", "", "h", "/"}}, {"h/x", 0, 0, {"", "", "", "h/x"}},
+        {"", 0, 0, {"", "", "", ""}},
+        {"rtsp://user:pw@camera/live", 5, 554, {"user", "pw", "camera", "/live"}},
         // Port texts are read as atoi() reads them, then cut to 16 bits.
-        {"http://h:70000/", 3, "", "", "h", 4464, "/"}, {"http://h:abc/", 3, "", "", "h", 0, "/"},
-        {"http://h:-1/", 3, "", "", "h", 65535, "/"}, {"http://h:80x/", 3, "", "", "h", 80, "/"},
+        {"http://h:70000/", 3, 4464, {"", "", "h", "/"}},
+        {"http://h:abc/", 3, 0, {"", "", "h", "/"}}, {"http://h:-1/", 3, 65535, {"", "", "h", "/"}},
+        {"http://h:80x/", 3, 80, {"", "", "h", "/"}},
         // Every part is percent-decoded, the scheme before it is matched.
-        {"%68ttp://h", 3, "", "", "h", 80, ""},
-        {"http://us%40er:p%3Aw@h%2Ex/x%20y", 3, "us@er", "p:w", "h.x", 80, "/x y"},
-        {"http://h:%38%30/", 3, "", "", "h", 80, "/"},
+        {"%68ttp://h", 3, 80, {"", "", "h", ""}},
+        {"http://us%40er:p%3Aw@h%2Ex/x%20y", 3, 80, {"us@er", "p:w", "h.x", "/x y"}},
+        {"http://h:%38%30/", 3, 80, {"", "", "h", "/"}},
     };
     // Parsed again, a descriptor takes every field anew but keeps its text.
     KT::RURI again{KT::CString("rtsp://x:y@z:1/w")};
@@ -86,15 +88,13 @@ TEST(RURIParseTest, SplitsEveryFieldWithTheSchemeCodeAndDefaultPort) {
         EXPECT_EQ(again.parseURI(KT::CString(row.uri)), 0);
         for (const KT::RURI* parsed : {&uri, &again}) {
             EXPECT_EQ(parsed->scheme, row.scheme);
-            EXPECT_STREQ(parsed->user.c_str(), row.user);
-            EXPECT_STREQ(parsed->password.c_str(), row.password);
-            EXPECT_STREQ(parsed->host.c_str(), row.host);
             EXPECT_EQ(parsed->port, row.port);
-            EXPECT_STREQ(parsed->path.c_str(), row.path);
-            // Absent parts are stored as "", never left without memory.
-            for (const KT::CString* part :
-                 {&parsed->user, &parsed->password, &parsed->host, &parsed->path})
-                EXPECT_EQ(part->length, int(std::strlen(part->c_str())) + 1);
+            for (int i = 0; i < 4; ++i) {
+                const KT::CString& part = parsed->*kTextFields[i];
+                EXPECT_STREQ(part.c_str(), row.texts[i]);
+                // Absent parts are stored as "", never left without memory.
+                EXPECT_EQ(part.length, int(std::strlen(part.c_str())) + 1);
+            }
         }
         EXPECT_STREQ(uri.uri.c_str(), row.uri);
         EXPECT_STREQ(again.uri.c_str(), "rtsp://x:y@z:1/w");

@@ -26,6 +26,14 @@ bool Arguments::atOption() const {
     return !empty() && peek().size() > 1 && peek()[0] == '-';
 }
 
+void takeOperand(const std::string& arg, std::string& operand, const char* tooMany) {
+    if (arg.size() > 1 && arg[0] == '-') unknownOption(arg);
+    if (!operand.empty()) throw UsageError(tooMany);
+    operand = arg;
+}
+
+void unknownOption(const std::string& arg) { throw UsageError("unknown option '" + arg + "'"); }
+
 std::vector<std::string> Arguments::rest() {
     std::vector<std::string> left(items_.begin() + long(next_), items_.end());
     next_ = items_.size();

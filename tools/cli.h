@@ -59,6 +59,12 @@ private:
 
 /// True for "-h" and "--help".
 bool isHelp(const std::string& argument);
+/// Takes `arg`, which none of the command's options claimed: an option
+/// ("-" alone names standard input) is unknown, a first operand goes into
+/// `operand`, a second one is a UsageError that `tooMany` words.
+void takeOperand(const std::string& arg, std::string& operand, const char* tooMany);
+/// Throws the UsageError for an option that the command does not know.
+[[noreturn]] void unknownOption(const std::string& arg);
 
 /// Opens `path` for reading ("-" or empty: standard input); throws RunError.
 std::FILE* openInput(const std::string& path);

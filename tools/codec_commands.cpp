@@ -330,12 +330,8 @@ int runCodec(const Codec& codec, cli::Arguments& args) {
             lower = true;
         } else if (arg == "-w" || arg == "--wrap") {
             wrap = args.number(arg, 0, 1L << 30);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            throw cli::UsageError("unknown option '" + arg + "'");
-        } else if (path.empty()) {
-            path = arg;
         } else {
-            throw cli::UsageError("more than one input file");
+            cli::takeOperand(arg, path, "more than one input file");
         }
     }
     std::unique_ptr<std::FILE, void (*)(std::FILE*)> in(cli::openInput(path), [](std::FILE* stream) {

@@ -82,12 +82,8 @@ int runFetch(cli::Arguments& args) {
             head = true;
         } else if (arg == "--timeout") {
             timeout = args.number(arg, 1, 86400);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            throw cli::UsageError("unknown option '" + arg + "'");
-        } else if (text.empty()) {
-            text = arg;
         } else {
-            throw cli::UsageError("more than one URI");
+            cli::takeOperand(arg, text, "more than one URI");
         }
     }
     if (text.empty()) throw cli::UsageError("no URI given");

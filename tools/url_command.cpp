@@ -147,7 +147,7 @@ std::vector<std::string> operands(cli::Arguments& args, std::map<std::string, bo
         if (flag != flags.end()) flag->second = true;
         else if (file && arg == "--url-file") *file = args.value(arg);
         else if (valued && valued->count(arg)) (*valued)[arg].push_back(args.value(arg));
-        else if (arg.size() > 1 && arg[0] == '-') throw cli::UsageError("unknown option '" + arg + "'");
+        else if (arg.size() > 1 && arg[0] == '-') cli::unknownOption(arg);
         else rest.push_back(arg);
     }
     return rest;
@@ -319,7 +319,7 @@ int query(cli::Arguments& args) {
         else if (arg == "--pair") pair = separator(args, arg);
         else if (arg == "--kv") kv = separator(args, arg);
         else if (arg == "--url-file") urls.file = args.value(arg);
-        else if (arg.size() > 1 && arg[0] == '-') throw cli::UsageError("unknown option '" + arg + "'");
+        else if (arg.size() > 1 && arg[0] == '-') cli::unknownOption(arg);
         else urls.given.push_back(arg);
     }
     urls.each([&](const std::string& url) {

@@ -16,12 +16,6 @@ namespace KT {
 namespace {
 
 const char kFile[] = "lib/kt/KTBuffer.cpp";
-const char kType[] = "KT::CException";
-
-// Line numbers the library has always reported for these throw sites.
-constexpr int kConstructorLine = 220;
-constexpr int kInitLine = 44;
-constexpr int kResizeLine = 299;
 
 // The largest capacity the buffer can hold: INT_MAX rounded down to 512.
 constexpr std::int64_t kMaxCapacity = INT_MAX / 512 * 512;
@@ -34,7 +28,7 @@ std::int64_t roundedCapacity(std::int64_t n) {
 }
 
 [[noreturn]] void throwResizeFailure() {
-    detail::raise<CException>(kType, kResizeLine, kFile,
+    detail::raise<CException>(kFile, /*line=*/299,
                               "virtual void KT::CBuffer::resize(KT::SIntLeast32)",
                               "memory allocation error.");
 }
@@ -77,15 +71,12 @@ CBuffer::CBuffer(SIntLeast32 size) : data(nullptr), capacity(0), length(0), owne
     if (rounded == 0) return;
     if (rounded > 0) data = static_cast<UInt8*>(detail::allocate(size_t(rounded)));
     if (!data)
-        detail::raise<CException>(kType, kConstructorLine, kFile,
-                                  "KT::CBuffer::CBuffer(KT::SIntLeast32)",
+        detail::raise<CException>(kFile, /*line=*/220, "KT::CBuffer::CBuffer(KT::SIntLeast32)",
                                   "memory allocation error");
     capacity = SIntLeast32(rounded);
 }
 
-CBuffer::CBuffer(const CBuffer& other) : CBuffer() {
-    init(other.length, other.data, CopyData);
-}
+CBuffer::CBuffer(const CBuffer& other) : CBuffer() { init(other.length, other.data, CopyData); }
 
 CBuffer::CBuffer(CBuffer&& other) noexcept
     : data(std::exchange(other.data, nullptr)),
@@ -123,7 +114,7 @@ void CBuffer::init(SIntLeast32 size, UInt8* bytes, ConstructionFlags flags) {
         void* block = rounded > 0 ? detail::allocate(size_t(rounded)) : nullptr;
         if (!block)
             detail::raise<CException>(
-                kType, kInitLine, kFile,
+                kFile, /*line=*/44,
                 "void KT::CBuffer::init(KT::SIntLeast32, KT::UInt8*, KT::ConstructionFlags)",
                 "memory allocation error");
         std::memmove(block, bytes, size_t(size));

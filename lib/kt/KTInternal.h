@@ -15,14 +15,25 @@ namespace detail {
 /// its own first.
 extern const UInt8 sharedEmptyText[1];
 
-/// Throws E built from the thrower's type text, line, file literal and
-/// function signature, with `text` as its message.
+/// The type text each exception reports, spelled as the library always has.
 template <class E>
-[[noreturn]] void raise(const char* type, int line, const char* file, const char* function,
-                        const char* text) {
+constexpr const char* typeText = nullptr;
+template <>
+constexpr const char* typeText<CException> = "KT::CException";
+template <>
+constexpr const char* typeText<CNetworkException> = "CNetworkException";
+template <>
+constexpr const char* typeText<CInterruptedException> = "CInterruptedException";
+
+/// Throws E with its type text, `text` as its message, and the place it
+/// reports: the file literal, the function signature and the line the
+/// library has always given for that site (callers match failures on it, so
+/// it stays fixed when the source around it moves).
+template <class E>
+[[noreturn]] void raise(const char* file, int line, const char* function, const char* text) {
     // "%s" rather than `text` as the format: system messages are data.
     CString message = CString::createWithFormat("%s", text);
-    throw E(type, line, file, function, message);
+    throw E(typeText<E>, line, file, function, message);
 }
 
 }  // namespace detail

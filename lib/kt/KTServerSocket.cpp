@@ -17,12 +17,6 @@ namespace {
 const char kFile[] = "lib/kt/KTServerSocket.cpp";
 const char kAcceptSignature[] = "KT::RSocket KT::RServerSocket::accept() const";
 
-// The lines these throw sites report: where the throws stand in this file
-// (keep them in step when it changes).
-constexpr int kListenLine = 58;
-constexpr int kInterruptedLine = 77;
-constexpr int kAcceptLine = 80;
-
 }  // namespace
 
 // The socket is made by the RSocket part; if bind() throws, that part is
@@ -55,7 +49,7 @@ RServerSocket::~RServerSocket() = default;
 
 Result RServerSocket::listen(int backlog) const {
     if (::listen(descriptor, backlog) == -1)
-        detail::raise<CNetworkException>("CNetworkException", kListenLine, kFile,
+        detail::raise<CNetworkException>(kFile, /*line=*/58,
                                          "KT::Result KT::RServerSocket::listen(int) const",
                                          std::strerror(errno));
     return 0;
@@ -74,11 +68,10 @@ RSocket RServerSocket::accept() const {
     // sees a socket without a descriptor and goes on.
     if (descriptor == -1) return RSocket();
     if (errno == EINTR)
-        detail::raise<CInterruptedException>("CInterruptedException", kInterruptedLine, kFile,
-                                             kAcceptSignature, "Got Interrupted");
+        detail::raise<CInterruptedException>(kFile, /*line=*/77, kAcceptSignature,
+                                             "Got Interrupted");
     if (errno == ECONNABORTED) return RSocket();
-    detail::raise<CNetworkException>("CNetworkException", kAcceptLine, kFile, kAcceptSignature,
-                                     std::strerror(errno));
+    detail::raise<CNetworkException>(kFile, /*line=*/80, kAcceptSignature, std::strerror(errno));
 }
 
 }  // namespace KT

@@ -20,13 +20,6 @@ namespace KT {
 namespace {
 
 const char kFile[] = "lib/kt/KTSocket.cpp";
-const char kType[] = "CNetworkException";
-
-// The lines these throw sites report: where the throws stand in this file
-// (keep them in step when it changes).
-constexpr int kSocketLine = 131;
-constexpr int kResolveLine = 153;
-constexpr int kBindLine = 102;
 
 // Records always travel with the size of the IPv4 record.
 constexpr socklen_t kRecordSize = sizeof(sockaddr_in);
@@ -99,7 +92,7 @@ const char* resolverMessage(int error) {
 }
 
 void throwBindFailure(int error) {
-    raise<CNetworkException>(kType, kBindLine, kFile, "KT::Result KT::RSocket::bind(sockaddr_in*)",
+    raise<CNetworkException>(kFile, /*line=*/102, "KT::Result KT::RSocket::bind(sockaddr_in*)",
                              std::strerror(error));
 }
 
@@ -129,8 +122,7 @@ RSocket::RSocket(sockaddr_in* remote, int type, sockaddr_in* local, UInt8 flags)
       socketType(type) {
     if (descriptor == -1)
         detail::raise<CNetworkException>(
-            kType, kSocketLine, kFile,
-            "KT::RSocket::RSocket(sockaddr_in*, int, sockaddr_in*, KT::UInt8)",
+            kFile, /*line=*/131, "KT::RSocket::RSocket(sockaddr_in*, int, sockaddr_in*, KT::UInt8)",
             std::strerror(errno));
     markCloseOnExec(descriptor);
 }
@@ -151,7 +143,7 @@ RSocket::RSocket(const char* host, UInt16 port, int type, UInt8 flags)
                         sizeof remoteAddress.sin_addr);
         } else if (const char* message = detail::resolverMessage(h_errno)) {
             detail::raise<CNetworkException>(
-                kType, kResolveLine, kFile,
+                kFile, /*line=*/153,
                 "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)", message);
         }
     }

@@ -18,6 +18,7 @@ namespace {
 
 const char kFile[] = "lib/kt/KTString.cpp";
 const char kInitSignature[] = "void KT::CString::init(const char*, char*)";
+// The lines these failures have always reported.
 constexpr int kAllocationLine = 43;
 constexpr int kFormatLine = 47;
 constexpr int kScratchSize = 1024;
@@ -33,8 +34,16 @@ struct ArgumentList {
     va_list list;
 };
 
+// A string of type S holding `format` filled in from `arguments`.
+template <class S>
+S formatted(const char* format, va_list arguments) {
+    S result;
+    result.init(format, arguments);
+    return result;
+}
+
 [[noreturn]] void throwFormatFailure(int line, const char* message) {
-    detail::raise<CException>("KT::CException", line, kFile, kInitSignature, message);
+    detail::raise<CException>(kFile, line, kInitSignature, message);
 }
 
 // Formats the conversions that the library's own messages and most callers
@@ -153,11 +162,9 @@ void CString::init(const char* format, va_list arguments) {
 }
 
 CString CString::createWithFormat(const char* format, ...) {
-    CString result;
     ArgumentList arguments;
     va_start(arguments.list, format);
-    result.init(format, arguments.list);
-    return result;
+    return formatted<CString>(format, arguments.list);
 }
 
 void CString::set(const char* format, ...) {
@@ -175,25 +182,17 @@ void CString::addTerminator() {
     data[length++] = 0;
 }
 
-void CString::encodeHex(const CBuffer& source, int adjustment) {
-    CBuffer::encodeHex(source, adjustment);
-    addTerminator();
-}
-
-void CString::decodeHex(const CBuffer& source, int adjustment) {
-    CBuffer::decodeHex(source, adjustment);
-    addTerminator();
-}
-
-void CString::encodeBase64(const CBuffer& source, int adjustment) {
-    CBuffer::encodeBase64(source, adjustment);
-    addTerminator();
-}
-
-void CString::decodeBase64(const CBuffer& source, int adjustment) {
-    CBuffer::decodeBase64(source, adjustment);
-    addTerminator();
-}
+// Each codec writes as the buffer's does, then ends the text with a NUL.
+#define KT_TERMINATED_CODEC(codec)                               \
+    void CString::codec(const CBuffer& source, int adjustment) { \
+        CBuffer::codec(source, adjustment);                      \
+        addTerminator();                                         \
+    }
+KT_TERMINATED_CODEC(encodeHex)
+KT_TERMINATED_CODEC(decodeHex)
+KT_TERMINATED_CODEC(encodeBase64)
+KT_TERMINATED_CODEC(decodeBase64)
+#undef KT_TERMINATED_CODEC
 
 bool CString::operator==(const char* text) const {
     return textAt(*this, 0) == std::string_view(text ? text : "");
@@ -276,11 +275,9 @@ CString CString::getUpperCaseString() const { return getCaseString(true); }
 // ---------------------------------------------------------------- RString
 
 RString RString::createWithFormat(const char* format, ...) {
-    RString result;
     ArgumentList arguments;
     va_start(arguments.list, format);
-    result.init(format, arguments.list);
-    return result;
+    return formatted<RString>(format, arguments.list);
 }
 
 RString::~RString() = default;

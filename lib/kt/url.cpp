@@ -281,22 +281,6 @@ std::string url_scheme(const std::string& url, bool decode) {
         decode);
 }
 
-std::string url_authority(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kAuthorityGroup>(url).authority, decode);
-}
-
-std::string url_path(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kPathGroup>(url).path, decode);
-}
-
-std::string url_params(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kPathGroup>(url).params, decode);
-}
-
-std::string url_query(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kPathGroup>(url).query, decode);
-}
-
 std::string url_fragment(const std::string& url, bool decode) {
     // One search for the first "#": nothing to gain from the masks.
     return range_text(
@@ -304,25 +288,22 @@ std::string url_fragment(const std::string& url, bool decode) {
         decode);
 }
 
-std::string url_domain(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kAuthorityPartsGroup>(url).domain, decode);
-}
-
-std::string url_user(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kAuthorityPartsGroup>(url).user, decode);
-}
-
-std::string url_password(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kAuthorityPartsGroup>(url).password, decode);
-}
-
-std::string url_host(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kAuthorityPartsGroup>(url).host, decode);
-}
-
-std::string url_service(const std::string& url, bool decode) {
-    return range_text(url, split_parts<url_detail::kAuthorityPartsGroup>(url).service, decode);
-}
+// The getters that take one part from the masks' split: each names the
+// group of delimiters its part needs.
+#define KT_URL_PART_GETTER(part, group)                                           \
+    std::string url_##part(const std::string& url, bool decode) {                 \
+        return range_text(url, split_parts<url_detail::group>(url).part, decode); \
+    }
+KT_URL_PART_GETTER(authority, kAuthorityGroup)
+KT_URL_PART_GETTER(path, kPathGroup)
+KT_URL_PART_GETTER(params, kPathGroup)
+KT_URL_PART_GETTER(query, kPathGroup)
+KT_URL_PART_GETTER(domain, kAuthorityPartsGroup)
+KT_URL_PART_GETTER(user, kAuthorityPartsGroup)
+KT_URL_PART_GETTER(password, kAuthorityPartsGroup)
+KT_URL_PART_GETTER(host, kAuthorityPartsGroup)
+KT_URL_PART_GETTER(service, kAuthorityPartsGroup)
+#undef KT_URL_PART_GETTER
 
 void url_query_kvmap(std::map<std::string, std::string>& map, const std::string& url, bool decode,
                      char pair_separator, char key_value_separator) {

@@ -220,17 +220,15 @@ std::string& url_set_path(std::string& url, const std::string& value, bool encod
     return url;
 }
 
-std::string& url_set_params(std::string& url, const std::string& value, bool encode) {
-    return set_delimited(url, &url_parts::params, kParamsStart, inserted_text(value, encode, true));
-}
-
-std::string& url_set_query(std::string& url, const std::string& value, bool encode) {
-    return set_delimited(url, &url_parts::query, kQueryStart, inserted_text(value, encode, true));
-}
-
-std::string& url_set_fragment(std::string& url, const std::string& value, bool encode) {
-    return set_delimited(url, &url_parts::fragment, kFragmentStart, inserted_text(value, encode, true));
-}
+// The setters of a part that a delimiter starts ("?" for the query).
+#define KT_URL_SET_DELIMITED(name, start)                                                       \
+    std::string& url_set_##name(std::string& url, const std::string& value, bool encode) {      \
+        return set_delimited(url, &url_parts::name, start, inserted_text(value, encode, true)); \
+    }
+KT_URL_SET_DELIMITED(params, kParamsStart)
+KT_URL_SET_DELIMITED(query, kQueryStart)
+KT_URL_SET_DELIMITED(fragment, kFragmentStart)
+#undef KT_URL_SET_DELIMITED
 
 std::string& url_set_params(std::string& url, const KeyValues& map, bool encode,
                             char pair_separator, char key_value_separator) {
@@ -253,55 +251,45 @@ std::string& url_set_fragment(std::string& url, const KeyValues& map, bool encod
                          joined(map, encode, pair_separator, key_value_separator));
 }
 
-std::string& url_set_host(std::string& url, const std::string& value, bool encode) {
-    return set_part(url, part::host, inserted_text(value, encode, true));
-}
+// The setters of a part of the authority.
+#define KT_URL_SET_AUTHORITY_PART(name)                                                    \
+    std::string& url_set_##name(std::string& url, const std::string& value, bool encode) { \
+        return set_part(url, part::name, inserted_text(value, encode, true));              \
+    }
+KT_URL_SET_AUTHORITY_PART(host)
+KT_URL_SET_AUTHORITY_PART(service)
+KT_URL_SET_AUTHORITY_PART(domain)
+KT_URL_SET_AUTHORITY_PART(user)
+KT_URL_SET_AUTHORITY_PART(password)
+#undef KT_URL_SET_AUTHORITY_PART
 
-std::string& url_set_service(std::string& url, const std::string& value, bool encode) {
-    return set_part(url, part::service, inserted_text(value, encode, true));
-}
-
-std::string& url_set_domain(std::string& url, const std::string& value, bool encode) {
-    return set_part(url, part::domain, inserted_text(value, encode, true));
-}
-
-std::string& url_set_user(std::string& url, const std::string& value, bool encode) {
-    return set_part(url, part::user, inserted_text(value, encode, true));
-}
-
-std::string& url_set_password(std::string& url, const std::string& value, bool encode) {
-    return set_part(url, part::password, inserted_text(value, encode, true));
-}
-
-std::string url_new_scheme(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_scheme(copy, value, encode));
-}
-
-std::string url_new_authority(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_authority(copy, value, encode));
-}
-
-std::string url_new_path(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_path(copy, value, encode));
-}
-
-std::string url_new_params(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_params(copy, value, encode));
-}
-
-std::string url_new_query(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_query(copy, value, encode));
-}
-
-std::string url_new_fragment(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_fragment(copy, value, encode));
-}
+// Each url_new_<part>() sets the part on a copy of the URL and returns it.
+#define KT_URL_NEW(name)                                                                        \
+    std::string url_new_##name(const std::string& url, const std::string& value, bool encode) { \
+        std::string copy(url);                                                                  \
+        return std::move(url_set_##name(copy, value, encode));                                  \
+    }
+#define KT_URL_NEW_FROM_MAP(name)                                                                 \
+    std::string url_new_##name(const std::string& url, const KeyValues& map, bool encode,         \
+                               char pair_separator, char key_value_separator) {                   \
+        std::string copy(url);                                                                    \
+        return std::move(url_set_##name(copy, map, encode, pair_separator, key_value_separator)); \
+    }
+KT_URL_NEW(scheme)
+KT_URL_NEW(authority)
+KT_URL_NEW(path)
+KT_URL_NEW(params)
+KT_URL_NEW(query)
+KT_URL_NEW(fragment)
+KT_URL_NEW(host)
+KT_URL_NEW(service)
+KT_URL_NEW(domain)
+KT_URL_NEW(user)
+KT_URL_NEW(password)
+KT_URL_NEW_FROM_MAP(query)
+KT_URL_NEW_FROM_MAP(fragment)
+#undef KT_URL_NEW
+#undef KT_URL_NEW_FROM_MAP
 
 std::string url_new_params(const std::string& url, const KeyValues& map, bool encode,
                            char pair_separator, char key_value_separator) {
@@ -309,43 +297,6 @@ std::string url_new_params(const std::string& url, const KeyValues& map, bool en
     std::string copy(url);
     return std::move(set_delimited(copy, &url_parts::params, kParamsStart,
                                    joined(map, encode, pair_separator, key_value_separator)));
-}
-
-std::string url_new_query(const std::string& url, const KeyValues& map, bool encode,
-                          char pair_separator, char key_value_separator) {
-    std::string copy(url);
-    return std::move(url_set_query(copy, map, encode, pair_separator, key_value_separator));
-}
-
-std::string url_new_fragment(const std::string& url, const KeyValues& map, bool encode,
-                             char pair_separator, char key_value_separator) {
-    std::string copy(url);
-    return std::move(url_set_fragment(copy, map, encode, pair_separator, key_value_separator));
-}
-
-std::string url_new_host(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_host(copy, value, encode));
-}
-
-std::string url_new_service(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_service(copy, value, encode));
-}
-
-std::string url_new_domain(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_domain(copy, value, encode));
-}
-
-std::string url_new_user(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_user(copy, value, encode));
-}
-
-std::string url_new_password(const std::string& url, const std::string& value, bool encode) {
-    std::string copy(url);
-    return std::move(url_set_password(copy, value, encode));
 }
 
 }  // namespace ktbase

@@ -111,6 +111,14 @@ void expectCodec(const Kind& kind, void (KT::CBuffer::*slot)(const KT::CBuffer&,
     require(holds(target, output, count + (kind.correction ? 1 : 0)), "the codec's output");
 }
 
+// A buffer of `kind` that held "xyz" until its slot `empty` ran.
+KT::CBuffer* emptied(const Kind& kind, void (KT::CBuffer::*empty)()) {
+    KT::CBuffer* buffer = opaque(kind.make());
+    buffer->append(3, reinterpret_cast<const UInt8*>("xyz"));
+    (buffer->*empty)();
+    return buffer;
+}
+
 // Gives a new object of the kind storage adopted from a block large enough to
 // be mapped on its own, then destroys it with `destroy`; true when that
 // released the storage (it shows in the allocator's count of mapped bytes).
@@ -157,17 +165,13 @@ const SlotCheck kSlotChecks[] = {
      }},
     {"clear", always,
      [](const Kind& k) {
-         KT::CBuffer* buffer = opaque(k.make());
-         buffer->append(3, reinterpret_cast<const UInt8*>("xyz"));
-         buffer->clear();
+         KT::CBuffer* buffer = emptied(k, &KT::CBuffer::clear);
          require(at<int>(buffer, kLength) == 0 && at<UInt8*>(buffer, kData)[0] == 'x',
                  "length 0, contents kept");
      }},
     {"zero", always,
      [](const Kind& k) {
-         KT::CBuffer* buffer = opaque(k.make());
-         buffer->append(3, reinterpret_cast<const UInt8*>("xyz"));
-         buffer->zero();
+         KT::CBuffer* buffer = emptied(k, &KT::CBuffer::zero);
          const UInt8* data = at<UInt8*>(buffer, kData);
          require(at<int>(buffer, kLength) == 0 && data[0] == 0 &&
                      data[at<int>(buffer, kCapacity) - 1] == 0,
