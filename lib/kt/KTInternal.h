@@ -17,13 +17,13 @@ extern const UInt8 sharedEmptyText[1];
 
 /// The type text each exception reports, spelled as the library always has.
 template <class E>
-constexpr const char* typeText = nullptr;
+inline constexpr const char* typeText = nullptr;
 template <>
-constexpr const char* typeText<CException> = "KT::CException";
+inline constexpr const char* typeText<CException> = "KT::CException";
 template <>
-constexpr const char* typeText<CNetworkException> = "CNetworkException";
+inline constexpr const char* typeText<CNetworkException> = "CNetworkException";
 template <>
-constexpr const char* typeText<CInterruptedException> = "CInterruptedException";
+inline constexpr const char* typeText<CInterruptedException> = "CInterruptedException";
 
 /// Throws E with its type text, `text` as its message, and the place it
 /// reports: the file literal, the function signature and the line the
