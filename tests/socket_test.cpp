@@ -43,6 +43,8 @@ TEST_F(RSocketTest, DefaultConstructedHoldsNothingAndIsRSocketSeesOnlyOpenDescri
     EXPECT_FALSE(socket.isConnected());
     EXPECT_EQ(socket.close(), 0);
     EXPECT_EQ(socket.shutdown(), 0);
+    socket.reset();  // no socket type: no descriptor
+    EXPECT_EQ(socket.descriptor, -1);
     // Without a descriptor any system call sets EBADF: lengths below 1 make none.
     char buffer[4] = {};
     for (int length : {0, -1}) {

@@ -169,10 +169,11 @@ constexpr int kAcceptLine = 80;
 /// The longest any single wait in these suites may last, in milliseconds.
 constexpr int kWaitMs = 5000;
 
-/// The number of descriptors open in this process.
-inline int openDescriptors() {
-    // Less the one that reads the folder.
-    return int(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
+/// The number of descriptors open in process `pid` (this one by default).
+inline int openDescriptors(const std::string& pid = "self") {
+    // Less the one that reads the folder, when it is this process's.
+    return int(std::distance(std::filesystem::directory_iterator("/proc/" + pid + "/fd"), {})) -
+           (pid == "self");
 }
 
 /// Fails the test when it leaves a descriptor open (or closes one it did not
@@ -527,12 +528,5 @@ inline ProcessResult runProcess(const std::vector<std::string>& argv, const std:
 
 /// The kt program of this build.
 inline std::string ktProgram() { return std::string(KT_TEST_BINARY_DIR) + "/bin/kt"; }
-
-/// Runs the kt program with `args`.
-inline ProcessResult kt(std::vector<std::string> args, const std::string& input = "",
-                        std::chrono::milliseconds limit = std::chrono::seconds(60)) {
-    args.insert(args.begin(), ktProgram());
-    return runProcess(args, input, limit);
-}
 
 }  // namespace kttest

@@ -17,10 +17,6 @@ constexpr int kClients = 16, kRequests = 50;
 constexpr int kClients = 64, kRequests = 200;
 #endif
 
-int descriptorsOf(pid_t pid) {
-    return int(std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {}));
-}
-
 long residentKiB(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     std::string word;
@@ -44,14 +40,14 @@ public:
         const std::string line = child_.read("\n"), marker = "127.0.0.1:";
         EXPECT_NE(line.find(marker), std::string::npos) << line;
         address = loopback(std::uint16_t(std::atoi(line.c_str() + line.find(marker) + marker.size())));
-        descriptors_ = descriptorsOf(child_.pid());
+        descriptors_ = openDescriptors(std::to_string(child_.pid()));
         resident_ = residentKiB(child_.pid());
     }
     ~Serve() {
         // It notices the closes on its own time: wait a little for them.
-        for (int i = 0; i < 100 && descriptorsOf(child_.pid()) != descriptors_; ++i)
+        for (int i = 0; i < 100 && openDescriptors(std::to_string(child_.pid())) != descriptors_; ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        EXPECT_EQ(descriptorsOf(child_.pid()), descriptors_);
+        EXPECT_EQ(openDescriptors(std::to_string(child_.pid())), descriptors_);
         EXPECT_LT(residentKiB(child_.pid()) - resident_, 64 * 1024) << "KiB resident before: " << resident_;
     }
     sockaddr_in address{};
