@@ -23,6 +23,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cctype>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -35,6 +36,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -78,6 +80,68 @@ inline std::string randomBytes(std::size_t size, unsigned seed) {
     std::string bytes(size, '\0');
     for (char& c : bytes) c = char(generator() & 0xFF);
     return bytes;
+}
+
+// --- Case tables ------------------------------------------------------------------
+
+/// A field of a case table as bytes. `\xNN` is the byte NN, `c{N}` the byte c
+/// N times in all (`x{511}`; a `{` before anything but a digit is itself), and `""` alone the empty field.
+inline std::string unescaped(const std::string& field) {
+    if (field == "\"\"") return {};
+    std::string bytes;
+    for (size_t i = 0; i < field.size(); ++i) {
+        if (field.compare(i, 2, "\\x") == 0) {
+            bytes += char(std::stoi(field.substr(i + 2, 2), nullptr, 16));
+            i += 3;
+        } else if (field[i] == '{' && !bytes.empty() && std::isdigit(field[i + 1])) {
+            const size_t end = field.find('}', i);
+            bytes.append(std::stoul(field.substr(i + 1, end - i - 1)) - 1, bytes.back());
+            i = end;
+        } else {
+            bytes += field[i];
+        }
+    }
+    return bytes;
+}
+
+/// One case of a table: `operation arguments... -> results...`.
+struct Case {
+    std::string where, operation;
+    std::vector<std::string> arguments, results;
+    int number(size_t i) const { return std::stoi(arguments.at(i)); }
+};
+
+/// The cases of tests/data/`file`, one a line, fields separated by blanks;
+/// blank lines and lines starting with '#' are left out.
+inline std::vector<Case> casesOf(const std::string& file) {
+    std::ifstream in(std::string(KT_TEST_DATA_DIR) + "/" + file);
+    EXPECT_TRUE(in.is_open()) << file;
+    std::vector<Case> cases;
+    std::string line, field;
+    for (int number = 1; std::getline(in, line); ++number) {
+        std::istringstream fields(line);
+        Case row;
+        row.where = file + ":" + std::to_string(number);
+        if (!(fields >> row.operation) || row.operation[0] == '#') continue;
+        for (auto* into = &row.arguments; fields >> field;) {
+            if (field == "->") into = &row.results;
+            else into->push_back(unescaped(field));
+        }
+        cases.push_back(row);
+    }
+    return cases;
+}
+
+/// What each operation of a table does with a case: the results it gives.
+using Operations = std::map<std::string, std::function<std::vector<std::string>(const Case&)>>;
+
+/// Runs every case of tests/data/`file` through its operation, which must give
+/// the results the case lists.
+inline void runCases(const std::string& file, const Operations& operations) {
+    for (const Case& row : casesOf(file)) {
+        SCOPED_TRACE(row.where);
+        EXPECT_EQ(operations.at(row.operation)(row), row.results);
+    }
 }
 
 // --- Exceptions -----------------------------------------------------------------
