@@ -7,6 +7,11 @@ namespace {
 
 using kttest::bufferOf;
 using kttest::bytesOf;
+using std::to_string;
+
+const KT::UInt8* bytes(const std::string& text) {
+    return reinterpret_cast<const KT::UInt8*>(text.data());
+}
 
 // A malloc'd copy of `text` (without terminator), as adopted memory must be.
 KT::UInt8* mallocCopy(const std::string& text) {
@@ -15,20 +20,44 @@ KT::UInt8* mallocCopy(const std::string& text) {
     return block;
 }
 
-TEST(CBufferTest, GrowsInBlocksOf512) {
-    const int rows[][2] = {{0, 0},      {1, 512},     {511, 512}, {512, 512},
-                           {513, 1024}, {1025, 1536}, {-5, 0},    {4096, 4096}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row[0]);
-        KT::CBuffer constructed(row[0]), resized;
-        resized.resize(row[0]);
-        for (const KT::CBuffer* buffer : {&constructed, &resized}) {
-            EXPECT_EQ(buffer->capacity, row[1]);
-            EXPECT_EQ(buffer->length, 0);
-            EXPECT_EQ(buffer->owner, 1);
-            EXPECT_EQ(buffer->data == nullptr, row[1] == 0);
-        }
+// Runs the steps of a script (tests/data/buffer_cases.txt) on one buffer.
+std::vector<std::string> runScript(const kttest::Case& row) {
+    std::vector<std::string> out;
+    KT::CBuffer buffer;
+    const KT::UInt8* marked = nullptr;
+    for (const std::string& step : row.arguments) {
+        const size_t colon = step.find(':');
+        const std::string name = step.substr(0, colon), value = step.substr(colon + 1);
+        const int number = colon == std::string::npos ? 0 : std::atoi(value.c_str());
+        int from = 0, count = 0, flags = 0;
+        if (name == "new") buffer = KT::CBuffer(number);
+        else if (name == "resize") buffer.resize(number);
+        else if (name == "append") buffer.append(int(value.size()), bytes(value));
+        else if (name == "appendx") buffer.append(number, bytes(std::string(1024, 'x')));
+        else if (name == "length") buffer.length = number;
+        else if (name == "clear") buffer.clear();
+        else if (name == "zero") buffer.zero();
+        else if (name == "mark") marked = buffer.data;
+        else if (name == "block") out.push_back(buffer.data == marked ? "kept" : "moved");
+        else if (name == "mem") out.push_back(kttest::memoryOf(buffer, number));
+        else if (name == "take" && std::sscanf(value.c_str(), "%d,%d,%d", &from, &count, &flags) == 3)
+            buffer.set(count, buffer.data + from, KT::ConstructionFlags(flags));
+        else if (name == "state")
+            out.insert(out.end(), {buffer.data ? bytesOf(buffer) : "null", to_string(buffer.capacity),
+                                   to_string(buffer.length), to_string(buffer.owner)});
+        else ADD_FAILURE() << "unknown step " << step;
     }
+    return out;
+}
+
+TEST(CBufferTest, Cases) {
+    kttest::runCases("buffer_cases.txt",
+                     {{"buffer", runScript},
+                      {"order", [](const kttest::Case& row) {
+                           const KT::CBuffer a = bufferOf(row.arguments[0]), b = bufferOf(row.arguments[1]);
+                           return std::vector<std::string>{to_string(a == b), to_string(a != b),
+                                                           to_string(a < b), to_string(a > b)};
+                       }}});
 }
 
 // init() into an empty buffer and set() over an owning one take the caller's
@@ -84,27 +113,6 @@ TEST(CBufferTest, NothingToTakeEmptiesTheBufferAndReadsNoFlag) {
     }
 }
 
-// Bytes of the buffer's own block stay valid through set(): borrowed or
-// adopted from inside the block it releases, they are copied; a block given
-// back whole is kept.
-TEST(CBufferTest, SetMayTakeItsOwnBytes) {
-    // From where and how many, the flags, the bytes taken, and the capacity.
-    const std::tuple<int, int, int, const char*, int> rows[] = {
-        {2, 3, KT::CopyData, "cde", 512}, {0, 4, KT::CopyData | KT::FreeSource, "abcd", 512},
-        {0, 6, KT::NoOwnership, "abcdef", 512}, {1, 2, KT::NoOwnership, "bc", 512},
-        {1, 2, 0, "bc", 512}, {0, 2, 0, "ab", 2}};
-    for (const auto& [from, count, flags, bytes, capacity] : rows) {
-        SCOPED_TRACE(bytes);
-        KT::CBuffer buffer = bufferOf("abcdef");
-        KT::UInt8* block = buffer.data;
-        buffer.set(count, block + from, KT::ConstructionFlags(flags));
-        EXPECT_EQ(bytesOf(buffer), bytes);
-        EXPECT_EQ(buffer.capacity, capacity);
-        EXPECT_EQ(buffer.owner, 1);
-        EXPECT_EQ(buffer.data == block, capacity == 2);
-    }
-}
-
 // Whatever the state resize() starts from, a resize that cannot be had leaves
 // the buffer as it was, one that is not needed does nothing, and growing
 // gives an owned block with the bytes in use and leaves borrowed memory alone.
@@ -152,21 +160,6 @@ TEST(CBufferTest, ResizeGrowsToAnOwnedBlockOnEveryPath) {
     }
 }
 
-TEST(CBufferTest, AppendGrowsToTheLengthNeeded) {
-    const std::string text(1024, 'x');
-    const auto* bytes = reinterpret_cast<const KT::UInt8*>(text.data());
-    KT::CBuffer buffer;
-    const int rows[][3] = {
-        {600, 600, 1024}, {424, 1024, 1024}, {1, 1025, 1536}, {0, 1025, 1536}, {-3, 1025, 1536}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row[0]);
-        buffer.append(row[0], bytes);
-        EXPECT_EQ(buffer.length, row[1]);
-        EXPECT_EQ(buffer.capacity, row[2]);
-    }
-    EXPECT_EQ(bytesOf(buffer), std::string(1025, 'x'));
-}
-
 TEST(CBufferTest, AppendOfItsOwnBytesSurvivesTheMove) {
     std::string text(512, '\0');
     for (size_t i = 0; i < text.size(); ++i) text[i] = char(i * 7);
@@ -185,49 +178,6 @@ TEST(CBufferTest, AppendOfItsOwnBytesSurvivesTheMove) {
         EXPECT_EQ(bytesOf(borrowing), text + borrowed.substr(size_t(from), 3));
         EXPECT_EQ(borrowing.owner, 1);
     }
-}
-
-TEST(CBufferTest, OrderLooksOnlyAtTheCommonPrefix) {
-    struct Row {
-        std::string a, b;
-        bool equal, less, greater;
-    };
-    const Row rows[] = {
-        {"abc", "abd", false, true, false}, {"abd", "abc", false, false, true},
-        {"abc", "abcd", false, false, false}, {"abcd", "abc", false, false, false},
-        {"abc", "abc", true, false, false}, {"", "", true, false, false},
-        {"", "a", false, false, false}, {"\x80", "\x01", false, false, true},
-        {std::string("a\0b", 3), std::string("a\0c", 3), false, true, false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.a + " vs " + row.b);
-        KT::CBuffer a = bufferOf(row.a), b = bufferOf(row.b);
-        EXPECT_EQ(a == b, row.equal);
-        EXPECT_EQ(a != b, !row.equal);
-        EXPECT_EQ(a < b, row.less);
-        EXPECT_EQ(a > b, row.greater);
-    }
-}
-
-TEST(CBufferTest, ZeroFillsTheWholeCapacityAndClearKeepsIt) {
-    KT::CBuffer cleared = bufferOf("abc"), zeroed = bufferOf("abc");
-    std::memset(zeroed.data + 3, 0x5A, 509);
-    cleared.clear();
-    zeroed.zero();
-    EXPECT_EQ(cleared.length, 0);
-    EXPECT_EQ(kttest::memoryOf(cleared, 3), "abc");
-    EXPECT_EQ(zeroed.length, 0);
-    EXPECT_EQ(kttest::memoryOf(zeroed, 512), std::string(512, '\0'));
-
-    // Without storage, neither zero() nor an append of nothing changes anything,
-    // even when the length claims more than the storage holds.
-    KT::CBuffer empty;
-    empty.length = 3;
-    empty.zero();
-    empty.append(0, cleared.data);
-    EXPECT_EQ(empty.length, 3);
-    EXPECT_EQ(empty.capacity, 0);
-    EXPECT_EQ(empty.data, nullptr);
 }
 
 TEST(CBufferTest, CopiesAreDeepAndMovesTakeTheStorage) {
