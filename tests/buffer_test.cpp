@@ -21,8 +21,8 @@ KT::UInt8* mallocCopy(const std::string& text) {
 }
 
 // Runs the steps of a script (tests/data/buffer_cases.txt) on one buffer.
-std::vector<std::string> runScript(const kttest::Case& row) {
-    std::vector<std::string> out;
+kttest::Results runScript(const kttest::Case& row) {
+    kttest::Results out;
     KT::CBuffer buffer;
     const KT::UInt8* marked = nullptr;
     for (const std::string& step : row.arguments) {
@@ -54,9 +54,8 @@ TEST(CBufferTest, Cases) {
     kttest::runCases("buffer_cases.txt",
                      {{"buffer", runScript},
                       {"order", [](const kttest::Case& row) {
-                           const KT::CBuffer a = bufferOf(row.arguments[0]), b = bufferOf(row.arguments[1]);
-                           return std::vector<std::string>{to_string(a == b), to_string(a != b),
-                                                           to_string(a < b), to_string(a > b)};
+                           const KT::CBuffer a = bufferOf(row[0]), b = bufferOf(row[1]);
+                           return kttest::results(a == b, a != b, a < b, a > b);
                        }}});
 }
 

@@ -21,8 +21,8 @@ std::string get(KT::CData& stream, int count) {
 }
 
 // Runs the steps of a script (tests/data/data_cases.txt) on one stream.
-std::vector<std::string> runScript(const kttest::Case& row) {
-    std::vector<std::string> out;
+kttest::Results runScript(const kttest::Case& row) {
+    kttest::Results out;
     KT::CData stream;
     for (const std::string& step : row.arguments) {
         const size_t colon = step.find(':');

@@ -104,12 +104,25 @@ inline std::string unescaped(const std::string& field) {
     return bytes;
 }
 
+/// What an operation gives for a case, each result as the case writes it.
+using Results = std::vector<std::string>;
+
 /// One case of a table: `operation arguments... -> results...`.
 struct Case {
     std::string where, operation;
-    std::vector<std::string> arguments, results;
+    Results arguments, results;
+    const std::string& operator[](size_t i) const { return arguments.at(i); }
     int number(size_t i) const { return std::stoi(arguments.at(i)); }
 };
+
+inline std::string result(const std::string& bytes) { return bytes; }
+inline std::string result(long long number) { return std::to_string(number); }
+
+/// The results `values`: numbers in decimal, bytes as they are.
+template <class... Values>
+Results results(const Values&... values) {
+    return {result(values)...};
+}
 
 /// The cases of tests/data/`file`, one a line, fields separated by blanks;
 /// blank lines and lines starting with '#' are left out.
@@ -132,8 +145,8 @@ inline std::vector<Case> casesOf(const std::string& file) {
     return cases;
 }
 
-/// What each operation of a table does with a case: the results it gives.
-using Operations = std::map<std::string, std::function<std::vector<std::string>(const Case&)>>;
+/// What each operation of a table does with a case.
+using Operations = std::map<std::string, std::function<Results(const Case&)>>;
 
 /// Runs every case of tests/data/`file` through its operation, which must give
 /// the results the case lists.
