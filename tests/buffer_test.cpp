@@ -18,63 +18,53 @@ const std::string kSource = "0123456789XYZ";
 
 // Runs the steps of a script (tests/data/buffer_cases.txt) on one buffer.
 kttest::Results runScript(const kttest::Case& row) {
-    kttest::Results out;
     KT::CBuffer buffer;
     const KT::UInt8* marked = nullptr;
     auto* source = static_cast<KT::UInt8*>(std::malloc(kSource.size()));
     std::memcpy(source, kSource.data(), kSource.size());
-    bool failNext = false, given = false;
-    auto state = [&](const KT::CBuffer& b) {
-        out.insert(out.end(), {b.data ? bytesOf(b) : "null", to_string(b.capacity),
-                               to_string(b.length), to_string(b.owner)});
-    };
-    for (const std::string& step : row.arguments) {
-        const size_t colon = step.find(':');
-        const std::string name = step.substr(0, colon), value = step.substr(colon + 1);
-        int number = 0, count = 0, flags = 0;
-        std::sscanf(value.c_str(), "%d,%d,%d", &number, &count, &flags);
-        const auto flagsGiven = KT::ConstructionFlags(count);
-        kttest::failAllocation(failNext ? 1 : 0);
-        failNext = name == "nomem";
-        try {
-            if (name == "new") buffer = KT::CBuffer(number);
-            else if (name == "resize") buffer.resize(number);
-            else if (name == "append") buffer.append(int(value.size()), bytes(value));
-            else if (name == "appendx") buffer.append(number, bytes(std::string(1024, 'x')));
-            else if (name == "own") buffer.append(count, buffer.data + number);
-            else if (name == "take") buffer.set(count, buffer.data + number, KT::ConstructionFlags(flags));
-            else if (name == "set" || name == "setnull")
-                buffer.set(number, (given |= name == "set") ? source : nullptr, flagsGiven);
-            else if (name == "init" || name == "initnull") {
-                KT::UInt8* old = buffer.owner == 1 ? buffer.data : nullptr;
-                buffer.init(number, (given |= name == "init") ? source : nullptr, flagsGiven);
-                std::free(old);  // init() does not release what the buffer held
-            } else if (name == "copy") buffer = KT::CBuffer(buffer);
-            else if (name == "assign") {
-                KT::CBuffer assigned = bufferOf("old"), &self = assigned;
-                assigned = buffer;
-                assigned = self;
-                buffer = std::move(assigned);
-            } else if (name == "move") {
-                KT::CBuffer moved(std::move(buffer));
-                state(buffer);
-                buffer = std::move(moved);
-            } else if (name == "length") buffer.length = number;
-            else if (name == "clear") buffer.clear();
-            else if (name == "zero") buffer.zero();
-            else if (name == "free") std::free(source);
-            else if (name == "mark") marked = buffer.data;
-            else if (name == "block") out.push_back(buffer.data == marked ? "kept" : "moved");
-            else if (name == "source") out.push_back(buffer.data == source ? "source" : "copy");
-            else if (name == "given") out.push_back(std::string(reinterpret_cast<char*>(source), 13));
-            else if (name == "mem") out.push_back(kttest::memoryOf(buffer, number));
-            else if (name == "state") state(buffer);
-            else if (name != "nomem") ADD_FAILURE() << "unknown step " << step;
-        } catch (const KT::CException&) {
-            out.push_back("thrown");
-        }
-    }
-    kttest::failAllocation(0);
+    bool given = false;
+    kttest::Results out = kttest::runSteps(row.arguments, [&](const kttest::Step& step, kttest::Results& out) {
+        const std::string& name = step.name;
+        const int number = step.number[0], count = step.number[1];
+        auto state = [&](const KT::CBuffer& b) {
+            out.insert(out.end(), {b.data ? bytesOf(b) : "null", to_string(b.capacity),
+                                   to_string(b.length), to_string(b.owner)});
+        };
+        if (name == "new") buffer = KT::CBuffer(number);
+        else if (name == "resize") buffer.resize(number);
+        else if (name == "append") buffer.append(int(step.value.size()), bytes(step.value));
+        else if (name == "appendx") buffer.append(number, bytes(std::string(1024, 'x')));
+        else if (name == "own") buffer.append(count, buffer.data + number);
+        else if (name == "take") buffer.set(count, buffer.data + number, KT::ConstructionFlags(step.number[2]));
+        else if (name == "set" || name == "setnull")
+            buffer.set(number, (given |= name == "set") ? source : nullptr, KT::ConstructionFlags(count));
+        else if (name == "init" || name == "initnull") {
+            KT::UInt8* old = buffer.owner == 1 ? buffer.data : nullptr;
+            buffer.init(number, (given |= name == "init") ? source : nullptr, KT::ConstructionFlags(count));
+            std::free(old);  // init() does not release what the buffer held
+        } else if (name == "copy") buffer = KT::CBuffer(buffer);
+        else if (name == "assign") {
+            KT::CBuffer assigned = bufferOf("old"), &self = assigned;
+            assigned = buffer;
+            assigned = self;
+            buffer = std::move(assigned);
+        } else if (name == "move") {
+            KT::CBuffer moved(std::move(buffer));
+            state(buffer);
+            buffer = std::move(moved);
+        } else if (name == "length") buffer.length = number;
+        else if (name == "clear") buffer.clear();
+        else if (name == "zero") buffer.zero();
+        else if (name == "free") std::free(source);
+        else if (name == "mark") marked = buffer.data;
+        else if (name == "block") out.push_back(buffer.data == marked ? "kept" : "moved");
+        else if (name == "source") out.push_back(buffer.data == source ? "source" : "copy");
+        else if (name == "given") out.push_back(std::string(reinterpret_cast<char*>(source), 13));
+        else if (name == "mem") out.push_back(kttest::memoryOf(buffer, number));
+        else if (name == "state") state(buffer);
+        else return false;
+        return true;
+    });
     if (!given) std::free(source);
     return out;
 }

@@ -22,16 +22,14 @@ std::string get(KT::CData& stream, int count) {
 
 // Runs the steps of a script (tests/data/data_cases.txt) on one stream.
 kttest::Results runScript(const kttest::Case& row) {
-    kttest::Results out;
     KT::CData stream;
-    for (const std::string& step : row.arguments) {
-        const size_t colon = step.find(':');
-        const std::string name = step.substr(0, colon), value = step.substr(colon + 1);
-        const int number = colon == std::string::npos ? 0 : std::atoi(value.c_str());
-        if (name == "put") stream.put(bytes(value), int(value.size()));
+    return kttest::runSteps(row.arguments, [&](const kttest::Step& step, kttest::Results& out) {
+        const std::string& name = step.name;
+        const int number = step.number[0];
+        if (name == "put") stream.put(bytes(step.value), int(step.value.size()));
         else if (name == "putn") stream.put(bytes("abc"), number);
         else if (name == "int") stream.put<int>(number);
-        else if (name == "out") stream << bufferOf(value);
+        else if (name == "out") stream << bufferOf(step.value);
         else if (name == "reset") stream.reset();
         else if (name == "clear") stream.clear();
         else if (name == "zero") stream.zero();
@@ -55,10 +53,10 @@ kttest::Results runScript(const kttest::Case& row) {
             out.insert(out.end(), {bytesOf(stream), to_string(stream.capacity),
                                    to_string(stream.cursorOffset()), to_string(stream.readable())});
         } else {
-            ADD_FAILURE() << "unknown step " << step;
+            return false;
         }
-    }
-    return out;
+        return true;
+    });
 }
 
 TEST(CDataTest, Scripts) { kttest::runCases("data_cases.txt", {{"stream", runScript}}); }
