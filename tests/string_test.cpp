@@ -24,12 +24,6 @@ KT::CString borrowing(std::string& storage, int length) {
     return text;
 }
 
-void expectEmptyState(const KT::CString& text) {
-    EXPECT_EQ(text.data, nullptr);
-    EXPECT_EQ(std::make_tuple(text.capacity, text.length, text.owner), std::make_tuple(0, 0, 1));
-    EXPECT_TRUE(text == "");
-}
-
 kttest::Results caseCopy(const Case& row) {
     const KT::CString source = stringOf(row[0]);
     KT::CString copy = row.operation == "upper" ? source.getUpperCaseString()
@@ -52,6 +46,54 @@ kttest::Results find(const Case& row) {
     const KT::CString text(row[0].c_str());
     return results(row.operation == "find" ? text.find(row[1][0], row.number(2))
                                            : text.reverseFind(row[1][0], row.number(2)));
+}
+
+// Runs the steps of a script (tests/data/string_cases.txt) on one string.
+kttest::Results runScript(const Case& row) {
+    KT::CString s;
+    const KT::UInt8* marked = nullptr;
+    return kttest::runSteps(row.arguments, [&](const kttest::Step& step, kttest::Results& out) {
+        const std::string& name = step.name;
+        const char* value = step.value.c_str();
+        if (name == "text") s = KT::CString(value);
+        else if (name == "stored") s = stringOf(step.value);
+        else if (name == "wide") s = KT::CString::createWithFormat("%*d", step.number[0], 1);
+        else if (name == "set") s.set("%s/%d", value, 1);
+        else if (name == "setself") s.set("<%s>", s.c_str());
+        else if (name == "setwide") s.set("%ls", L"\u00e9");
+        else if (name == "setlong") s.set("%2000d", 1);
+        else if (name == "adopt") {
+            s.set(int(step.value.size()), static_cast<KT::UInt8*>(std::malloc(step.value.size())),
+                  KT::ConstructionFlags(0));
+            std::memcpy(s.data, value, step.value.size());
+        } else if (name == "sub") s = s.getSubString(step.number[0], step.number[1]);
+        else if (name == "lower") s = s.getLowerCaseString();
+        else if (name == "upper") s = s.getUpperCaseString();
+        else if (name == "copy") s = KT::CString(s);
+        else if (name == "over") {
+            KT::CString target(value);
+            target = s;
+            s = target;
+        } else if (name == "append") s.append(int(step.value.size()), reinterpret_cast<const KT::UInt8*>(value));
+        else if (name == "hex") s.decodeHex(KT::CString(value), -1);
+        else if (name == "clear") s.clear();
+        else if (name == "zero") s.zero();
+        else if (name == "terminate") s.addTerminator();
+        else if (name == "mark") marked = s.data;
+        else if (name == "block") out.push_back(s.data == marked ? "kept" : "moved");
+        else if (name == "bytes") out.push_back(bytesOf(s));
+        else if (name == "shared") out.push_back(bytesOf(KT::CString("abc").getSubString(4, 0)));
+        else if (name == "cstr") out.push_back(s.c_str());
+        else if (name == "empty") out.push_back(std::to_string(s == ""));
+        else if (name == "finds")
+            out.insert(out.end(), {std::to_string(s.find('a', 0)), std::to_string(s.find("", 0)),
+                                   std::to_string(s.reverseFind('\0', -1))});
+        else if (name == "state")
+            out.insert(out.end(), {s.data ? bytesOf(s) : "null", std::to_string(s.capacity),
+                                   std::to_string(s.length), std::to_string(s.owner)});
+        else return false;
+        return true;
+    });
 }
 
 TEST(CStringTest, Cases) {
@@ -77,12 +119,7 @@ TEST(CStringTest, Cases) {
               const KT::CString text = borrowing(storage, row.number(2));
               return results(text == row[1].c_str(), text != row[1].c_str());
           }},
-         {"terminate",
-          [](const Case& row) {
-              KT::CString text = stringOf(row[0]);
-              text.addTerminator();
-              return results(bytesOf(text));
-          }},
+         {"string", runScript},
          {"find", find},
          {"rfind", find},
          {"rfindtext",
@@ -126,73 +163,6 @@ TEST(CStringTest, FormatsAsSnprintfDoes) {
         both("%s %c", "mixed", 'c'),
     };
     for (const auto& row : rows) EXPECT_EQ(row.first, row.second);
-}
-
-TEST(CStringTest, SetReplacesTheContentMayUseItAndLeavesTheEmptyStateOnFailure) {
-    KT::CString text = KT::CString::createWithFormat("%3000d", 1);
-    text.set("%s/%d", "a", 1);
-    EXPECT_EQ(bytesOf(text), withNul("a/1"));
-    text.set("<%s>", text.c_str());
-    EXPECT_EQ(bytesOf(text), withNul("<a/1>"));
-
-    EXPECT_THROW(text.set("%ls", L"\u00e9"), KT::CException);
-    expectEmptyState(text);
-    text = KT::CString("abc");
-    kttest::failAllocation(1);
-    EXPECT_THROW(text.set("%2000d", 1), KT::CException);
-    kttest::failAllocation(0);
-    expectEmptyState(text);
-}
-
-TEST(CStringTest, CopiesAreDeepAndOfTheEmptyStateEmpty) {
-    KT::CString empty, assigned("abc");
-    assigned = empty;
-    for (const KT::CString& copy : {empty, assigned, KT::CString(empty), empty.getLowerCaseString(),
-                                    empty.getUpperCaseString()})
-        expectEmptyState(copy);
-    EXPECT_STREQ(empty.c_str(), "");
-    EXPECT_EQ(empty.find('a', 0) + empty.find("", 0) + empty.reverseFind('\0', -1), -3);
-    EXPECT_EQ(bytesOf(empty.getSubString(0, 0)), withNul(""));
-
-    const KT::CString source("abc");
-    KT::CString copy(source), overwritten = KT::CString::createWithFormat("%2000d", 5);
-    overwritten = source;
-    for (const KT::CString* string : {&copy, &overwritten}) {
-        EXPECT_NE(string->data, source.data);
-        EXPECT_EQ(bytesOf(*string), withNul("abc"));
-    }
-    // Memory adopted as it is has no spare byte for a terminator.
-    KT::CString adopted;
-    adopted.set(3, static_cast<KT::UInt8*>(std::malloc(3)), KT::ConstructionFlags(0));
-    std::memcpy(adopted.data, "abc", 3);
-    adopted.addTerminator();
-    EXPECT_EQ(adopted.capacity, 512);
-    EXPECT_EQ(bytesOf(adopted), withNul("abc"));
-}
-
-// A substring past the end borrows one "" that every such substring shares:
-// writing into it copies it first, so that the next one still reads "".
-TEST(CStringTest, WritesIntoASubstringPastTheEndCopyItFirst) {
-    const auto* x = reinterpret_cast<const KT::UInt8*>("X");
-    const std::tuple<const char*, std::function<void(KT::CString&)>, std::string> rows[] = {
-        {"append", [&](KT::CString& s) { s.append(1, x); }, std::string("\0X", 2)},
-        {"append after clear",
-         [&](KT::CString& s) {
-             s.clear();
-             s.append(1, x);
-         },
-         "X"},
-        {"odd hex digit", [](KT::CString& s) { s.decodeHex(KT::CString("4"), -1); },
-         withNul("\xFF")},
-        {"zero", [](KT::CString& s) { s.zero(); }, ""}};
-    const KT::CString source("abc");
-    for (const auto& [name, write, bytes] : rows) {
-        SCOPED_TRACE(name);
-        KT::CString written = source.getSubString(4, 0);
-        write(written);
-        EXPECT_EQ(bytesOf(written), bytes);
-        EXPECT_EQ(bytesOf(source.getSubString(4, 0)), withNul(""));
-    }
 }
 
 // A text whose length with its terminator does not fit in SIntLeast32 cannot
