@@ -31,6 +31,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iomanip>
 #include <iterator>
 #include <list>
 #include <map>
@@ -124,7 +125,8 @@ Results results(const Values&... values) {
     return {result(values)...};
 }
 
-/// The cases of tests/data/`file`, one a line, fields separated by blanks;
+/// The cases of tests/data/`file`, one a line, fields separated by blanks (a
+/// field in double quotes may hold blanks, and `""` is the empty field);
 /// blank lines and lines starting with '#' are left out.
 inline std::vector<Case> casesOf(const std::string& file) {
     std::ifstream in(std::string(KT_TEST_DATA_DIR) + "/" + file);
@@ -136,7 +138,8 @@ inline std::vector<Case> casesOf(const std::string& file) {
         Case row;
         row.where = file + ":" + std::to_string(number);
         if (!(fields >> row.operation) || row.operation[0] == '#') continue;
-        for (auto* into = &row.arguments; fields >> field;) {
+        // No escape character inside quotes: the backslash is unescaped()'s.
+        for (auto* into = &row.arguments; fields >> std::quoted(field, '"', '\0');) {
             if (field == "->") into = &row.results;
             else into->push_back(unescaped(field));
         }
