@@ -197,27 +197,32 @@ inline void expectSite(const KT::CException& thrown, const ThrowSite& site, bool
               "exception of type '" + where + "\n -> " + site.message + "\n");
 }
 
-/// Runs `action`, which must throw exactly E holding what `site` puts in it
-/// (with `reports`, as expectSite() says). An exception from any other site
-/// passes through: wrapped in this, an operation that fails by design can go
-/// through expectFailures() (allocation_faults.h), whose failures before the
-/// site must reach it.
+/// Runs `action`, which must throw exactly E holding what `site` puts in it.
 template <class E = KT::CException, class Action>
-void expectThrow(Action&& action, const ThrowSite& site, bool reports = true) {
+void expectThrow(Action&& action, const ThrowSite& site) {
     try {
         action();
+        ADD_FAILURE() << "nothing thrown";
     } catch (const E& e) {
-        if (e.line() != site.line || std::string(e.file()) != site.file) throw;
         EXPECT_EQ(typeid(e), typeid(E));
-        return expectSite(e, site, reports);
+        expectSite(e, site);
     }
-    ADD_FAILURE() << "nothing thrown, expected " << site.file << ":" << site.line;
 }
 
-/// expectThrow() without the reports, which allocate: for an operation under
-/// expectFailures(), where the site's own report allocations fail too.
+/// Runs `operation`, which must throw the exception of `site` when it has the
+/// memory it needs, and returns once it has: wrapped in it, an operation that
+/// fails by design can go through expectFailures() (allocation_faults.h), which
+/// fails the allocations of the site's own report (its message and the
+/// exception's copy of it). Any other exception passes through.
 inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& operation) {
-    expectThrow(operation, site, false);
+    try {
+        operation();
+    } catch (const KT::CException& thrown) {
+        if (thrown.line() != site.line || std::string(thrown.file()) != site.file) throw;
+        expectSite(thrown, site, false);
+        return;
+    }
+    ADD_FAILURE() << "nothing thrown, expected " << site.file << ":" << site.line;
 }
 
 /// The throw sites of the socket sources, as their exceptions report them.
