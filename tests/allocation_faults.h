@@ -1,6 +1,7 @@
-// Failing the library's allocations in turn. The suites that include this
-// link the internal library together with allocation_faults.cpp, whose
-// allocation calls replace the library's plain ones.
+// Failing the library's allocations in turn, and the scripts of the case
+// tables, whose steps may fail one. The suites that include this link the
+// internal library together with allocation_faults.cpp, whose allocation
+// calls replace the library's plain ones.
 #pragma once
 
 #include <gtest/gtest.h>
