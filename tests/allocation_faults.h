@@ -1,11 +1,15 @@
-// Failing the library's allocations in turn. The suites that include this
-// link the internal library together with allocation_faults.cpp, whose
-// allocation calls replace the library's plain ones.
+// Failing the library's allocations in turn, and the scripts of the case
+// tables, whose steps may fail one. The suites that include this link the
+// internal library together with allocation_faults.cpp, whose allocation
+// calls replace the library's plain ones.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "kt/KTException.h"
@@ -49,6 +53,38 @@ inline void expectFailures(const std::vector<FailureCase>& cases) {
         }
         EXPECT_EQ(lines, row.lines);
     }
+}
+
+/// One step of a script: `name` or `name:value`, the value also read as up
+/// to three numbers `N,N,N`.
+struct Step {
+    std::string name, value;
+    int number[3] = {};
+};
+
+/// Runs the steps `texts` in turn through `run`, which adds what a step
+/// outputs to the results and returns false for a step it does not know. The
+/// step `nomem` fails the first allocation of the step after it; a step that
+/// throws a KT::CException outputs "thrown".
+template <class Run>
+std::vector<std::string> runSteps(const std::vector<std::string>& texts, Run&& run) {
+    std::vector<std::string> out;
+    bool failNext = false;
+    for (const std::string& text : texts) {
+        Step step;
+        const size_t colon = text.find(':');
+        step.name = text.substr(0, colon);
+        if (colon != std::string::npos) step.value = text.substr(colon + 1);
+        std::sscanf(step.value.c_str(), "%d,%d,%d", &step.number[0], &step.number[1], &step.number[2]);
+        failAllocation(std::exchange(failNext, step.name == "nomem") ? 1 : 0);
+        try {
+            if (step.name != "nomem" && !run(step, out)) ADD_FAILURE() << "unknown step " << text;
+        } catch (const KT::CException&) {
+            out.push_back("thrown");
+        }
+    }
+    failAllocation(0);
+    return out;
 }
 
 }  // namespace kttest

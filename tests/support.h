@@ -23,6 +23,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cctype>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -30,11 +31,13 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iomanip>
 #include <iterator>
 #include <list>
 #include <map>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -78,6 +81,82 @@ inline std::string randomBytes(std::size_t size, unsigned seed) {
     std::string bytes(size, '\0');
     for (char& c : bytes) c = char(generator() & 0xFF);
     return bytes;
+}
+
+// --- Case tables ------------------------------------------------------------------
+
+/// A field of a case table as bytes. `\xNN` is the byte NN, `c{N}` the byte c
+/// N times in all (`x{511}`; a `{` before anything but a digit is itself).
+inline std::string unescaped(const std::string& field) {
+    std::string bytes;
+    for (size_t i = 0; i < field.size(); ++i) {
+        if (field.compare(i, 2, "\\x") == 0) {
+            bytes += char(std::stoi(field.substr(i + 2, 2), nullptr, 16));
+            i += 3;
+        } else if (field[i] == '{' && !bytes.empty() && std::isdigit(field[i + 1])) {
+            const size_t end = field.find('}', i);
+            bytes.append(std::stoul(field.substr(i + 1, end - i - 1)) - 1, bytes.back());
+            i = end;
+        } else {
+            bytes += field[i];
+        }
+    }
+    return bytes;
+}
+
+/// What an operation gives for a case, each result as the case writes it.
+using Results = std::vector<std::string>;
+
+/// One case of a table: `operation arguments... -> results...`.
+struct Case {
+    std::string where, operation;
+    Results arguments, results;
+    const std::string& operator[](size_t i) const { return arguments.at(i); }
+    int number(size_t i) const { return std::stoi(arguments.at(i)); }
+};
+
+inline std::string result(const std::string& bytes) { return bytes; }
+inline std::string result(long long number) { return std::to_string(number); }
+
+/// The results `values`: numbers in decimal, bytes as they are.
+template <class... Values>
+Results results(const Values&... values) {
+    return {result(values)...};
+}
+
+/// The cases of tests/data/`file`, one a line, fields separated by blanks (a
+/// field in double quotes may hold blanks, and `""` is the empty field);
+/// blank lines and lines starting with '#' are left out.
+inline std::vector<Case> casesOf(const std::string& file) {
+    std::ifstream in(std::string(KT_TEST_DATA_DIR) + "/" + file);
+    EXPECT_TRUE(in.is_open()) << file;
+    std::vector<Case> cases;
+    std::string line, field;
+    for (int number = 1; std::getline(in, line); ++number) {
+        std::istringstream fields(line);
+        Case row;
+        row.where = file + ":" + std::to_string(number);
+        if (!(fields >> row.operation) || row.operation[0] == '#') continue;
+        // No escape character inside quotes: the backslash is unescaped()'s.
+        for (auto* into = &row.arguments; fields >> std::quoted(field, '"', '\0');) {
+            if (field == "->") into = &row.results;
+            else into->push_back(unescaped(field));
+        }
+        cases.push_back(row);
+    }
+    return cases;
+}
+
+/// What each operation of a table does with a case.
+using Operations = std::map<std::string, std::function<Results(const Case&)>>;
+
+/// Runs every case of tests/data/`file` through its operation, which must give
+/// the results the case lists.
+inline void runCases(const std::string& file, const Operations& operations) {
+    for (const Case& row : casesOf(file)) {
+        SCOPED_TRACE(row.where);
+        EXPECT_EQ(operations.at(row.operation)(row), row.results);
+    }
 }
 
 // --- Exceptions -----------------------------------------------------------------
@@ -132,9 +211,9 @@ void expectThrow(Action&& action, const ThrowSite& site) {
 
 /// Runs `operation`, which must throw the exception of `site` when it has the
 /// memory it needs, and returns once it has: wrapped in it, an operation that
-/// fails by design can go through expectFailures() (allocation_faults.h), which fails the
-/// allocations of the site's own report (its message and the exception's copy
-/// of it). Any other exception passes through.
+/// fails by design can go through expectFailures() (allocation_faults.h), which
+/// fails the allocations of the site's own report (its message and the
+/// exception's copy of it). Any other exception passes through.
 inline void whenThrownBy(const ThrowSite& site, const std::function<void()>& operation) {
     try {
         operation();
