@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "simd/kernels.h"
 
 namespace kttest {
