@@ -13,7 +13,6 @@ void expectSwaps(std::vector<Unsigned> values, const std::vector<Unsigned>& swap
     swap(signedValues.data(), unsigned(values.size() - 1));
     EXPECT_EQ(values, swapped);
     EXPECT_EQ(signedValues, std::vector<Signed>(swapped.begin(), swapped.end()));
-    swap(static_cast<Signed*>(nullptr), 0);
 }
 
 TEST(EndianTest, SwapsTheBytesOf16And32BitValues) {
