@@ -48,10 +48,11 @@ std::vector<Row> readTable(const std::string& name) {
 }
 
 // The address that libkt, or a library it needs (libktcore first), gives to
-// `name`; the client's own definitions do not count.
+// `name`; the client's own definitions do not count. Executables record the
+// library by its soname, so under any other name it offers nothing.
 void* exported(const std::string& name) {
     static void* const library = dlopen("libkt.so.0", RTLD_NOW | RTLD_NOLOAD);
-    return dlsym(library, name.c_str());
+    return library ? dlsym(library, name.c_str()) : nullptr;
 }
 
 // What is at `address`, readably, for failure messages.
