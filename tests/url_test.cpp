@@ -206,6 +206,28 @@ TEST(UrlTest, Cases) {
     EXPECT_GT(count, 200);  // the file was found and read
 }
 
+// Every position a setter uses comes from a scan of the string it changes:
+// no edit may fall outside it, whatever the URL and the value.
+TEST(UrlTest, RandomUrlsAndValuesStayInRange) {
+    std::mt19937 random(5);
+    const auto text = [&](std::size_t longest) {
+        std::string t;
+        for (std::size_t n = random() % (longest + 1); n > 0; --n) t += ":/@;?#%a"[random() % 8];
+        return t;
+    };
+    for (int i = 0; i < 2000; ++i) {
+        const std::string url = text(16), value = text(4);
+        const KeyValues map = {{text(3), value}};
+        for (const Component& c : kComponents)
+            for (const std::string& v : {value, std::string()}) EXPECT_NO_THROW(set(c, url, v, i % 2 == 0));
+        for (const auto& [name, setters] : kMapSetters) {
+            std::string changed = url;
+            EXPECT_NO_THROW(setters.first(changed, map, i % 2 == 0, '&', '=')) << name;
+            EXPECT_NO_THROW(setters.second(url, map, i % 2 == 0, '&', '=')) << name;
+        }
+    }
+}
+
 class RURITest : public kttest::NoLeakTest {};
 
 // Without any text, nothing is parsed: the defaults stay, or the fields,
