@@ -21,6 +21,7 @@ using UrlKernelTest = kttest::EveryKernel;
 
 // Random texts over each are drawn a byte, or a piece, at a time; over the
 // empty one they are random bytes.
+// clang-format off
 const std::vector<std::string> kAlphabets[] = {
     // Escapes and near-escapes: "%" often, digits ("0" too, which reads as no
     // digit), letters that are and are not hex digits, slashes in runs, and
@@ -34,11 +35,14 @@ const std::vector<std::string> kAlphabets[] = {
     {"http:", "//", "/", "user", ";dom", ":pw", "@", "host", ":80", "/path", ";p=1", "?q=2&r",
      "#frag", "%2f", "abcdefghijklmnopqrstuvwxyz0123456789-._~"},
     {}};
+// clang-format on
 
-std::string randomText(std::mt19937& random, std::size_t n, const std::vector<std::string>& alphabet) {
+std::string randomText(std::mt19937& random, std::size_t n,
+                       const std::vector<std::string>& alphabet) {
     std::string text;
     while (text.size() < n)
-        text += alphabet.empty() ? std::string(1, char(random())) : alphabet[random() % alphabet.size()];
+        text += alphabet.empty() ? std::string(1, char(random()))
+                                 : alphabet[random() % alphabet.size()];
     return text.substr(0, n);
 }
 
@@ -76,9 +80,10 @@ void expectCodingAsPlain(const KT::simd::kernels& kernels, const std::string& te
         ASSERT_EQ(kernels.url_encoded_size(first, last, all), expected.size());
         ASSERT_EQ(ktbase::url_encode(text, all), expected);
         if (text.empty()) continue;
-        ASSERT_EQ(expectGuarded(expected.size(), kernels.url_encode_slack,
-                                [&](char* out) { return kernels.url_encode(out, first, last, all); }),
-                  expected);
+        ASSERT_EQ(
+            expectGuarded(expected.size(), kernels.url_encode_slack,
+                          [&](char* out) { return kernels.url_encode(out, first, last, all); }),
+            expected);
     }
     const std::string expected = plainDecoding(text);
     ASSERT_EQ(ktbase::url_decode(text), expected);
@@ -103,7 +108,8 @@ TEST_P(UrlKernelTest, CodingIsThePlainOne) {
     for (const char* piece : {"%%41", "%4%41", "%%%", "%0%41", "%00%", "%%", "%4z", "%z%"})
         for (std::size_t before = 0; before < 70; ++before)
             for (std::size_t after = 0; after < 4; ++after)
-                expectCodingAsPlain(kernels(), std::string(before, 'x') + piece + std::string(after, 'y'));
+                expectCodingAsPlain(kernels(),
+                                    std::string(before, 'x') + piece + std::string(after, 'y'));
 }
 
 // Every component's range from split_url is the one its plain searches give,
@@ -117,9 +123,11 @@ void expectSplitAsSearch(const std::string& url) {
     ASSERT_EQ(ktbase::url_##x(url, false), raw) << #x;                     \
     ASSERT_EQ(ktbase::url_##x(url, true), plainDecoding(raw)) << #x;
     std::string raw;
+    // clang-format off
     KT_PART(scheme) KT_PART(authority) KT_PART(path) KT_PART(params) KT_PART(query)
     KT_PART(fragment) KT_PART(domain) KT_PART(user) KT_PART(password) KT_PART(host)
     KT_PART(service)
+    // clang-format on
 #undef KT_PART
 }
 

@@ -24,11 +24,12 @@ struct Component {
     std::string& (*set)(std::string&, const std::string&, bool);
     std::string (*make)(const std::string&, const std::string&, bool);
 };
-#define KT_COMPONENT(x) {#x, ktbase::url_##x, ktbase::url_set_##x, ktbase::url_new_##x}
+#define KT_COMPONENT(x) \
+    { #x, ktbase::url_##x, ktbase::url_set_##x, ktbase::url_new_##x }
 const Component kComponents[] = {  // the order of the "parts" and "userinfo" cases
-    KT_COMPONENT(scheme), KT_COMPONENT(authority), KT_COMPONENT(path),   KT_COMPONENT(params),
-    KT_COMPONENT(query),  KT_COMPONENT(fragment),  KT_COMPONENT(domain), KT_COMPONENT(user),
-    KT_COMPONENT(password), KT_COMPONENT(host),    KT_COMPONENT(service)};
+    KT_COMPONENT(scheme),   KT_COMPONENT(authority), KT_COMPONENT(path),   KT_COMPONENT(params),
+    KT_COMPONENT(query),    KT_COMPONENT(fragment),  KT_COMPONENT(domain), KT_COMPONENT(user),
+    KT_COMPONENT(password), KT_COMPONENT(host),      KT_COMPONENT(service)};
 #undef KT_COMPONENT
 constexpr std::size_t kUserinfo = 6, kPath = 2;
 
@@ -59,7 +60,8 @@ KeyValues mapOf(const std::string& text) {
     KeyValues map;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t key_end = text.find('}', at), value_end = text.find('}', key_end + 1);
-        map[text.substr(at + 1, key_end - at - 1)] = text.substr(key_end + 2, value_end - key_end - 2);
+        map[text.substr(at + 1, key_end - at - 1)] =
+            text.substr(key_end + 2, value_end - key_end - 2);
         at = value_end + 1;
     }
     return map;
@@ -159,7 +161,8 @@ std::string run(const Words& w) {
         EXPECT_EQ(socket->refcount(), 1);
         EXPECT_EQ(socket->socketType, SOCK_STREAM);
         EXPECT_EQ(socket->flags, KT::RSocket::CloseOnExec);
-        const std::string peer = socket->getRemoteAddress() + (":" + std::to_string(socket->getRemotePort()));
+        const std::string peer =
+            socket->getRemoteAddress() + (":" + std::to_string(socket->getRemotePort()));
         socket.reset();  // the only reference: the socket closes
         EXPECT_EQ(kttest::openDescriptors(), open);
         return peer;
@@ -182,10 +185,14 @@ std::string run(const Words& w) {
 std::string unescape(const std::string& word) {
     std::string text;
     for (std::size_t i = 0; word != "\"\"" && i < word.size(); ++i) {
-        if (word[i] != '\\') text += word[i];
-        else if (word[++i] == 's') text += ' ';
-        else if (word[i] == 'x') text += char(std::stoi(word.substr(i + 1, 2), nullptr, 16)), i += 2;
-        else text += word[i];
+        if (word[i] != '\\')
+            text += word[i];
+        else if (word[++i] == 's')
+            text += ' ';
+        else if (word[i] == 'x')
+            text += char(std::stoi(word.substr(i + 1, 2), nullptr, 16)), i += 2;
+        else
+            text += word[i];
     }
     return text;
 }
@@ -219,7 +226,8 @@ TEST(UrlTest, RandomUrlsAndValuesStayInRange) {
         const std::string url = text(16), value = text(4);
         // (The map forms place their text through the same code as these.)
         for (const Component& c : kComponents)
-            for (const std::string& v : {value, std::string()}) EXPECT_NO_THROW(set(c, url, v, i % 2 == 0));
+            for (const std::string& v : {value, std::string()})
+                EXPECT_NO_THROW(set(c, url, v, i % 2 == 0));
     }
 }
 
@@ -248,7 +256,11 @@ TEST(RURIParseTest, AllocationFailuresAreThrownAndLeakNothing) {
         {"parse", [&] { KT::RURI uri(text); }, std::vector<unsigned>(5, copied)},
         {"copy", [&] { KT::RURI copy(parsed); }, std::vector<unsigned>(5, copied)},
         // Over strings that hold memory: each keeps its own when its copy fails.
-        {"assignment", [&] { KT::RURI assigned(other); assigned = parsed; },
+        {"assignment",
+         [&] {
+             KT::RURI assigned(other);
+             assigned = parsed;
+         },
          std::vector<unsigned>(10, copied)},
     });
 }
