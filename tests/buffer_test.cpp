@@ -1,5 +1,7 @@
 #include "kt/KTBuffer.h"
 
+#include <malloc.h>
+
 #include "allocation_faults.h"
 #include "support.h"
 
@@ -112,6 +114,19 @@ TEST(RBufferTest, DestroyedThroughEitherBase) {
     second->append(2, reinterpret_cast<const KT::UInt8*>("ok"));
     EXPECT_EQ(shared->refcount(), 1);
     EXPECT_EQ(bytesOf(*second), "ok");
+}
+
+// A copy of the block's own first bytes is made before the block goes, and
+// the block is freed once: neither leaked nor freed as the copy's source.
+TEST(CBufferTest, SetCopyingFromItsOwnBlockFreesThatBlock) {
+    size_t before = 0;  // read after the first round, once malloc's caches hold its blocks
+    for (int i = 0; i < 16; ++i) {
+        KT::CBuffer buffer = bufferOf("abcdef");
+        buffer.set(3, buffer.data, KT::CopyData);
+        ASSERT_EQ(bytesOf(buffer), "abc");
+        if (i == 0) before = mallinfo2().uordblks;
+    }
+    EXPECT_EQ(mallinfo2().uordblks, before);
 }
 
 }  // namespace

@@ -127,7 +127,7 @@ TEST(CStringTest, Cases) {
 // to it, alone and mixed, give the bytes that snprintf() gives.
 TEST(CStringTest, FormatsAsSnprintfDoes) {
     auto both = [](const char* format, auto... arguments) {
-        char expected[64];
+        char expected[2048];
         int n = std::snprintf(expected, sizeof expected, format, arguments...);
         return std::make_pair(bytesOf(KT::CString::createWithFormat(format, arguments...)),
                               withNul(std::string(expected, size_t(n))));
@@ -138,6 +138,7 @@ TEST(CStringTest, FormatsAsSnprintfDoes) {
         both("100%% %s%s", "", "x"),
         both("%5d|%-3s|%x|%ld", 42, "a", 255, 5L),
         both("%s %c", "mixed", 'c'),
+        both("%s%d", std::string(1020, 'x').c_str(), 12345),  // the number overruns the scratch
     };
     for (const auto& row : rows) EXPECT_EQ(row.first, row.second);
 }
