@@ -128,7 +128,8 @@ TEST_F(RServerSocketTest, SignalInterruptsAcceptAndTheNextAcceptWorks) {
             try {
                 expectThrow<KT::CInterruptedException>(
                     [&] { server.socket.accept(); },
-                    {"CInterruptedException", kInterruptedLine, kServerFile, kAccept, "Got Interrupted"});
+                    {"CInterruptedException", kInterruptedLine, kServerFile, kAccept,
+                     "Got Interrupted"});
             } catch (const KT::CException& other) {
                 ADD_FAILURE() << other.msg();
             }

@@ -31,7 +31,8 @@ Results runScript(const Case& row) {
     };
     auto describe = [&](const sockaddr_in& record) {
         return std::to_string(record.sin_family) + "/" + ::inet_ntoa(record.sin_addr) + ":" +
-               port(ntohs(record.sin_port)) + (std::count(record.sin_zero, record.sin_zero + 8, 0) == 8 ? "" : "!");
+               port(ntohs(record.sin_port)) +
+               (std::count(record.sin_zero, record.sin_zero + 8, 0) == 8 ? "" : "!");
     };
     Results out = runSteps(row.arguments, [&](const Step& step, Results& out) {
         const std::string& name = step.name;
@@ -49,16 +50,29 @@ Results runScript(const Case& row) {
             else if (name == "given") {
                 sockaddr_in remote = loopback(1234);
                 socket.emplace(&remote, number, &any, flags);
-            } else if (name == "host") socket.emplace(bytes + step.value.rfind(',') + 1, 80, number, flags);
-            else if (name == "adopt")
-                socket.emplace(::socket(AF_INET, SOCK_STREAM, 0), SOCK_STREAM, nullptr, nullptr, KT::UInt8(number));
+            } else if (name == "host") {
+                socket.emplace(bytes + step.value.rfind(',') + 1, 80, number, flags);
+            } else if (name == "adopt")
+                socket.emplace(::socket(AF_INET, SOCK_STREAM, 0), SOCK_STREAM, nullptr, nullptr,
+                               KT::UInt8(number));
             else if (name == "copy") {
                 const KT::RSocket copy(*socket);
                 socket.emplace(copy);
+            } else if (name == "assign") {
+                KT::RSocket target(nullptr, number, nullptr, flags);
+                const int before = openDescriptors();
+                target = *socket;
+                put(openDescriptors() - before, target.socketType, target.flags,
+                    closeOnExec(target.descriptor));
+                socket.emplace(target);
+            } else if (name == "self") {
+                KT::RSocket& same = *socket;
+                *socket = same;
             } else if (name == "lookup") hostLookupError = number;
             else if (name == "connect" || name == "refuse" || name == "reconnect") {
                 boundWaits(socket->descriptor);
-                put(socket->connect(name == "connect" ? &open : name == "refuse" ? &refused : nullptr));
+                sockaddr_in* to = name == "connect" ? &open : name == "refuse" ? &refused : nullptr;
+                put(socket->connect(to));
             } else if (name == "accept") peer = listener.accept();
             else if (name == "transfers")
                 put(socket->read(buffer, number) + socket->write(buffer, number) +
@@ -68,13 +82,22 @@ Results runScript(const Case& row) {
             else if (name == "read") put(socket->read(buffer, number), buffer);
             else if (name == "read2") put(socket->read2(buffer, number), buffer);
             else if (name == "receive") put(socket->receive(buffer, number, second), buffer);
-            else if (name == "peer") put(readRaw(peer.get(), std::size_t(number)));
+            else if (name == "large") {
+                const std::string data = randomBytes(std::size_t(number), 7);
+                std::string received;
+                {
+                    Peer reader([&] { received = readRaw(peer.get(), data.size()); });
+                    put(socket->write(data.data(), number));
+                }
+                put(received == data);
+            } else if (name == "peer") put(readRaw(peer.get(), std::size_t(number)));
             else if (name == "give") {
                 writeRaw(peer.get(), step.value);
                 EXPECT_TRUE(waitPending(socket->descriptor, size));
             } else if (name == "hangup" || name == "abort") {
                 const linger abort{1, 0};
-                if (name == "abort") ::setsockopt(peer.get(), SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+                if (name == "abort")
+                    ::setsockopt(peer.get(), SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
                 peer.close();
             } else if (name == "close") put(socket->close());
             else if (name == "shutdown") put(socket->shutdown());
@@ -93,17 +116,21 @@ Results runScript(const Case& row) {
             else if (name == "type") {
                 int type = 0;
                 unsigned int length = sizeof type;
-                put(socket->getOption(SO_TYPE, &type, &length), type, socket->socketType, socket->flags);
+                put(socket->getOption(SO_TYPE, &type, &length), type, socket->socketType,
+                    socket->flags);
             } else if (name == "remote")
-                put(socket->getRemoteAddress(), socket->getRemoteAddressUInt32(), port(socket->getRemotePort()));
-            else if (name == "local") put(socket->getLocalAddress(), socket->getLocalAddressUInt32());
-            else if (name == "records") put(describe(socket->remoteAddress), describe(socket->localAddress));
+                put(socket->getRemoteAddress(), socket->getRemoteAddressUInt32(),
+                    port(socket->getRemotePort()));
+            else if (name == "local")
+                put(socket->getLocalAddress(), socket->getLocalAddressUInt32());
+            else if (name == "records")
+                put(describe(socket->remoteAddress), describe(socket->localAddress));
             else if (name == "connected") put(socket->isConnected());
             else return name == "errno";
         } catch (const KT::CNetworkException& e) {
             const bool lookup = name == "host";
-            expectSite(e, {"CNetworkException", unsigned(lookup ? kResolveLine : kSocketLine), kSocketFile,
-                           lookup ? kHostConstructor : kRecordConstructor, e.msg()});
+            expectSite(e, {"CNetworkException", unsigned(lookup ? kResolveLine : kSocketLine),
+                           kSocketFile, lookup ? kHostConstructor : kRecordConstructor, e.msg()});
             put("thrown", e.msg());
         }
         error = errno;
@@ -114,56 +141,6 @@ Results runScript(const Case& row) {
 }
 
 TEST_F(RSocketTest, Cases) { runCases("socket_cases.txt", {{"socket", runScript}}); }
-
-// A library client connected to a raw peer on loopback.
-struct Connection {
-    Connection() {
-        EXPECT_EQ(client.connect(nullptr), 0);
-        boundWaits(client.descriptor);
-        peer = listener.accept();
-    }
-    RawListener listener;
-    sockaddr_in address = listener.address();
-    KT::RSocket client{&address, SOCK_STREAM, nullptr, 0};
-    Fd peer;
-};
-
-TEST_F(RSocketTest, WriteMovesEveryByteOfABufferLargerThanTheSystemTakesAtOnce) {
-    Connection c;
-    std::string data(8 << 20, '\0');
-    for (std::size_t i = 0; i < data.size(); ++i) data[i] = char(i * 7 + i / 4096);
-    std::string received;
-    {
-        Peer reader([&] { received = readRaw(c.peer.get(), data.size()); });
-        EXPECT_EQ(c.client.write(data.data(), int(data.size())), int(data.size()));
-    }
-    EXPECT_TRUE(received == data);
-}
-
-// Assignment closes the target's own descriptor first and takes everything
-// from the source; assigned to itself, a socket ends without a descriptor.
-TEST_F(RSocketTest, AssignmentTakesTheSourcesConnectionTypeAndFlags) {
-    Connection c;
-    {
-        KT::RSocket target(nullptr, SOCK_DGRAM, nullptr, KT::RSocket::CloseOnExec);
-        const int open = openDescriptors();
-        target = c.client;
-        EXPECT_EQ(openDescriptors(), open);
-        EXPECT_EQ(target.socketType, SOCK_STREAM);
-        EXPECT_EQ(target.flags, 0);
-        EXPECT_FALSE(closeOnExec(target.descriptor));
-        EXPECT_TRUE(sameRecord(target.remoteAddress, c.client.remoteAddress));
-        EXPECT_EQ(target.write("a", 1), 1);
-        EXPECT_EQ(readRaw(c.peer.get(), 1), "a");
-    }
-    EXPECT_EQ(c.client.write("b", 1), 1);
-    EXPECT_EQ(readRaw(c.peer.get(), 1), "b");
-
-    KT::RSocket& same = c.client;
-    c.client = same;
-    EXPECT_EQ(c.client.descriptor, -1);
-    EXPECT_EQ(KT::RSocket(c.client).descriptor, -1);
-}
 
 TEST_F(RSocketTest, BindThrowsOnAListeningAddressAndTakesOneLeftInTimeWait) {
     RawListener listener;
