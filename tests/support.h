@@ -468,11 +468,6 @@ namespace kttest {
 
 // --- Files and child processes --------------------------------------------------
 
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 /// A folder of files for a test, removed with its content when the object goes.
 class Folder {
 public:
@@ -501,22 +496,37 @@ inline bool onPath(const std::string& program) {
 }
 
 /// A child program (looked up on the PATH) with `in`, `out` and `err` as its
-/// standard streams. It gets this environment without any proxy setting, so
-/// that it talks to loopback directly. Killed and reaped when the object goes,
-/// however the test ends.
+/// standard streams; without them, its output comes back through a pipe, read
+/// by read(), and its input and errors are /dev/null. It gets this environment
+/// without any proxy setting, so that it talks to loopback directly. Killed and
+/// reaped when the object goes, however the test ends.
 class Child {
 public:
-    Child(const std::vector<std::string>& arguments, int in, int out, int err) {
-        start(arguments, in, out, err);
-    }
-    /// A child whose standard output comes back through a pipe, read by
-    /// read(); its input and errors are /dev/null.
-    explicit Child(const std::vector<std::string>& arguments) {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) != 0) return;
+    explicit Child(const std::vector<std::string>& arguments, int in = -1, int out = -1, int err = -1) {
+        int ends[2] = {-1, -1};
+        if (out == -1 && ::pipe2(ends, O_CLOEXEC) != 0) return;
         output_ = Fd(ends[0]);
-        const Fd input(ends[1]), null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-        start(arguments, null.get(), input.get(), null.get());
+        const Fd input(ends[1]), null(out == -1 ? ::open("/dev/null", O_RDWR | O_CLOEXEC) : -1);
+        if (out == -1) in = err = null.get(), out = input.get();
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        const int streams[] = {in, out, err};
+        for (int stream = 0; stream < 3; ++stream)
+            ::posix_spawn_file_actions_adddup2(&actions, streams[stream], stream);
+        std::vector<char*> argv;
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        std::vector<char*> envp;
+        for (char** entry = environ; *entry; ++entry) {
+            std::string name(*entry, std::strcspn(*entry, "="));
+            if (name.size() < 6 || ::strcasecmp(name.c_str() + name.size() - 6, "_proxy") != 0)
+                envp.push_back(*entry);
+        }
+        envp.push_back(nullptr);
+        if (::posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0)
+            pid_ = -1;
+        ::posix_spawn_file_actions_destroy(&actions);
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -550,27 +560,6 @@ public:
     }
 
 private:
-    void start(const std::vector<std::string>& arguments, int in, int out, int err) {
-        posix_spawn_file_actions_t actions;
-        ::posix_spawn_file_actions_init(&actions);
-        const int streams[] = {in, out, err};
-        for (int stream = 0; stream < 3; ++stream)
-            ::posix_spawn_file_actions_adddup2(&actions, streams[stream], stream);
-        std::vector<char*> argv;
-        for (const std::string& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        std::vector<char*> envp;
-        for (char** entry = environ; *entry; ++entry) {
-            std::string name(*entry, std::strcspn(*entry, "="));
-            if (name.size() < 6 || ::strcasecmp(name.c_str() + name.size() - 6, "_proxy") != 0)
-                envp.push_back(*entry);
-        }
-        envp.push_back(nullptr);
-        if (::posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0)
-            pid_ = -1;
-        ::posix_spawn_file_actions_destroy(&actions);
-    }
     Fd output_;
     pid_t pid_ = -1;
     std::string text_;
@@ -600,8 +589,10 @@ inline ProcessResult runProcess(const std::vector<std::string>& argv, const std:
         const int status = child.started() ? child.wait(int(limit.count())) : -1;
         if (status != -1 && WIFEXITED(status)) result.status = WEXITSTATUS(status);
     }
-    result.out = readFile(streams.path() + "/out");
-    result.err = readFile(streams.path() + "/err");
+    for (std::string* text : {&result.out, &result.err}) {
+        std::ifstream in(streams.path() + (text == &result.out ? "/out" : "/err"), std::ios::binary);
+        text->assign(std::istreambuf_iterator<char>(in), {});
+    }
     return result;
 }
 
