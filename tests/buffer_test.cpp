@@ -80,28 +80,6 @@ TEST(CBufferTest, Cases) {
                        }}});
 }
 
-TEST(CBufferTest, AllocationFailuresAreThrownAndLeakNothing) {
-    KT::UInt8 bytes[600] = {};
-    kttest::expectFailures({
-        {"constructor", [] { KT::CBuffer(10); }, {220}},
-        {"copy",
-         [] {
-             KT::CBuffer source = bufferOf("abc"), copy(source);
-             copy = source;
-         },
-         {44, 44, 44}},
-        {"init", [&] { KT::CBuffer().init(600, bytes, KT::CopyData); }, {44}},
-        {"resize", [] { KT::CBuffer(1).resize(513); }, {220, 299}},
-        {"append",
-         [&] {
-             KT::CBuffer buffer;
-             buffer.append(600, bytes);
-             buffer.append(600, bytes);
-         },
-         {299, 299}},
-    });
-}
-
 TEST(RBufferTest, DestroyedThroughEitherBase) {
     auto* counted = new KT::RBuffer(100);
     counted->append(3, reinterpret_cast<const KT::UInt8*>("abc"));
