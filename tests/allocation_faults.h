@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -64,19 +65,19 @@ struct Step {
 
 /// Runs the steps `texts` in turn through `run`, which adds what a step
 /// outputs to the results and returns false for a step it does not know. The
-/// step `nomem` fails the first allocation of the step after it; a step that
-/// throws a KT::CException outputs "thrown".
+/// step `nomem` (`nomem:N`) fails the first (N-th) allocation of the step
+/// after it; a step that throws a KT::CException outputs "thrown".
 template <class Run>
 std::vector<std::string> runSteps(const std::vector<std::string>& texts, Run&& run) {
     std::vector<std::string> out;
-    bool failNext = false;
+    long failNext = 0;
     for (const std::string& text : texts) {
         Step step;
         const size_t colon = text.find(':');
         step.name = text.substr(0, colon);
         if (colon != std::string::npos) step.value = text.substr(colon + 1);
         std::sscanf(step.value.c_str(), "%d,%d,%d", &step.number[0], &step.number[1], &step.number[2]);
-        failAllocation(std::exchange(failNext, step.name == "nomem") ? 1 : 0);
+        failAllocation(std::exchange(failNext, step.name == "nomem" ? std::max(step.number[0], 1) : 0));
         try {
             if (step.name != "nomem" && !run(step, out)) ADD_FAILURE() << "unknown step " << text;
         } catch (const KT::CException&) {

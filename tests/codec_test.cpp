@@ -36,23 +36,14 @@ std::string viaKernel(const KT::simd::kernels& set, const std::string& codec,
     return out;
 }
 
-// The bytes a field of the table writes: "-" for none, \xNN for any byte, and
-// a last "*N" repeating all before it N times.
+// The bytes of a table field (\xNN and c{N} as in every table), "-" for none,
+// and a last "*N" repeating all before it N times.
 std::string bytesIn(const std::string& field) {
     static const std::regex kRepeated(R"((.+)\*(\d+))");
     std::smatch repeated;
+    if (!std::regex_match(field, repeated, kRepeated)) return field == "-" ? "" : kttest::unescaped(field);
     std::string bytes;
-    if (std::regex_match(field, repeated, kRepeated)) {
-        const std::string once = bytesIn(repeated[1]);
-        for (int n = std::stoi(repeated[2]); n > 0; --n) bytes += once;
-        return bytes;
-    }
-    for (std::size_t i = 0; field != "-" && i < field.size(); ++i) {
-        if (field[i] == '\\' && field[++i] == 'x')
-            bytes += char(std::stoi(field.substr(i + 1, 2), nullptr, 16)), i += 2;
-        else
-            bytes += field[i];
-    }
+    for (int n = std::stoi(repeated[2]); n > 0; --n) bytes += bytesIn(repeated[1]);
     return bytes;
 }
 

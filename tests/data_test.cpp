@@ -7,12 +7,9 @@
 namespace {
 
 using kttest::bufferOf;
+using kttest::bytes;
 using kttest::bytesOf;
 using std::to_string;
-
-const KT::UInt8* bytes(const std::string& text) {
-    return reinterpret_cast<const KT::UInt8*>(text.data());
-}
 
 std::string get(KT::CData& stream, int count) {
     std::string out(size_t(std::max(count, 0)), '?');
@@ -72,35 +69,6 @@ TEST(CDataTest, CursorSurvivesTheStorageMoving) {
     EXPECT_EQ(stream.cursorOffset(), 103);
     EXPECT_EQ(kttest::memoryOf(stream, 103), borrowed.substr(0, 100) + "XYZ");
     EXPECT_EQ(get(stream, 397), borrowed.substr(103, 397));
-}
-
-TEST(CDataTest, AllocationFailuresAreThrownAndLeakNothing) {
-    const KT::CBuffer written = bufferOf(std::string(600, 'p'));
-    KT::CData filled;
-    filled.put(written.data, 600);
-    kttest::expectFailures({
-        {"copy and assignment",
-         [&] {
-             KT::CData copy(filled);
-             copy = filled;
-         },
-         {44, 44}},
-        {"put", [&] { KT::CData().put(written.data, 600); }, {299}},
-        {"put<int>", [] { KT::CData().put<int>(1); }, {299}},
-        {"stream out and in",
-         [&] {
-             KT::CData stream;
-             stream << written;
-             stream.reset();
-             KT::CString read;
-             stream >> read;
-         },
-         {299, 299, 299}},
-    });
-    auto* counted = new KT::RData(16);
-    counted->put<int>(5);
-    delete static_cast<ktbase::object_refcount*>(counted);
-    delete static_cast<KT::CData*>(new KT::RData(16));
 }
 
 }  // namespace

@@ -61,6 +61,11 @@ inline std::string bytesOf(const KT::CBuffer& buffer) {
     return std::string(reinterpret_cast<const char*>(buffer.data), size_t(buffer.length));
 }
 
+/// The bytes of `text`, as the library's calls take them.
+inline const KT::UInt8* bytes(const std::string& text) {
+    return reinterpret_cast<const KT::UInt8*>(text.data());
+}
+
 /// The first `count` bytes of the storage, in use or not.
 inline std::string memoryOf(const KT::CBuffer& buffer, int count) {
     return std::string(reinterpret_cast<const char*>(buffer.data), size_t(count));
