@@ -4,14 +4,9 @@
 // on random texts of every length from 0 to a few hundred bytes and on large
 // ones, drawn from alphabets rich in the bytes that matter; and the setters,
 // which edit at the places the splitter finds, on the shorter of them.
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-#include <vector>
-
 #include "every_kernel.h"
 #include "kt/url.h"
+#include "support.h"
 #include "url_delimiters.h"
 #include "url_internal.h"
 
@@ -20,24 +15,8 @@ namespace {
 using namespace ktbase::url_detail;
 using UrlKernelTest = kttest::EveryKernel;
 
-// Random texts over each are drawn a byte, or a piece, at a time; over the
-// empty one they are random bytes.
-// clang-format off
-const std::vector<std::string> kAlphabets[] = {
-    // Escapes and near-escapes: "%" often, digits ("0" too, which reads as no
-    // digit), letters that are and are not hex digits, slashes in runs, and
-    // bytes that are escaped.
-    {"%", "%", "%", "0", "1", "9", "a", "A", "f", "F", "g", "z", "/", "/", " ", "+", "~", "@",
-     std::string(1, '\0'), "\xff", "\x80"},
-    // The delimiters of the URL model, often, among a few other bytes.
-    {":", "/", "@", ";", "?", "#", ":", "/", "@", ";", "?", "#", "%20", "a", "1", " ", ".",
-     std::string(1, '\0'), "\xff"},
-    // Pieces of URLs of the shapes met in practice.
-    {"http:", "//", "/", "user", ";dom", ":pw", "@", "host", ":80", "/path", ";p=1", "?q=2&r",
-     "#frag", "%2f", "abcdefghijklmnopqrstuvwxyz0123456789-._~"},
-    {}};
-// clang-format on
-
+// A text of `n` bytes drawn a piece of `alphabet` at a time, or of random
+// bytes when it has no pieces.
 std::string randomText(std::mt19937& random, std::size_t n,
                        const std::vector<std::string>& alphabet) {
     std::string text;
@@ -64,8 +43,7 @@ std::string plainDecoding(const std::string& text) {
 void expectCodingAsPlain(const KT::simd::kernels& kernels, const std::string& text) {
     SCOPED_TRACE(testing::PrintToString(text));
     const std::vector<char> input(text.begin(), text.end());
-    const char* first = input.data();
-    const char* last = first + input.size();
+    const char *first = input.data(), *last = first + input.size();
     const auto expectGuarded = [&](std::size_t size, std::size_t slack, auto code) {
         EXPECT_LE(slack, KT::simd::kMaxSlack);
         std::vector<char> out(size + slack + kGuard, kGuardByte);
@@ -130,12 +108,13 @@ void expectSplitAsPlain(const KT::simd::kernels& kernels, const std::string& url
 // Random texts of every length up to a few hundred bytes, and large ones.
 TEST_P(UrlKernelTest, AsThePlainCode) {
     std::mt19937 random(5);
+    const std::vector<kttest::Case> alphabets = kttest::casesOf("url_alphabets.txt");
     std::vector<std::size_t> lengths = {4096, (std::size_t(1) << 16) + 7};
     for (std::size_t n = 0; n <= 400; ++n) lengths.push_back(n);
     for (std::size_t n : lengths)
-        for (const auto& alphabet : kAlphabets)
+        for (const kttest::Case& alphabet : alphabets)
             for (int round = 0; round < 6; ++round) {
-                const std::string text = randomText(random, n, alphabet);
+                const std::string text = randomText(random, n, alphabet.arguments);
                 expectSplitAsPlain(kernels(), text);
                 expectCodingAsPlain(kernels(), text);
                 // Encodings too: valid escapes everywhere, as decoding mostly meets them.

@@ -67,7 +67,6 @@ KeyValues mapOf(const Results& fields, std::size_t first) {
 // What url_set_ made of `url`, after checking that it changed its argument
 // in place and returned it, and that url_new_ gives the same.
 std::string set(const Component& c, const std::string& url, const std::string& value, bool encode) {
-    SCOPED_TRACE(std::string(c.name) + " of \"" + url + "\" set to \"" + value + "\"");
     std::string changed = url;
     EXPECT_EQ(&c.set(changed, value, encode), &changed);
     EXPECT_EQ(c.make(url, value, encode), changed);
