@@ -3,8 +3,6 @@
 // table cannot hold: allocation failures and the failure of a lookup.
 #include "kt/url.h"
 
-#include <sstream>
-
 #include "allocation_faults.h"
 #include "kt/KTSocket.h"
 #include "kt/KTURI.h"
@@ -14,8 +12,9 @@
 namespace {
 
 using namespace kttest::sites;
+using kttest::Case;
+using kttest::Results;
 using KeyValues = std::map<std::string, std::string>;
-using Words = std::vector<std::string>;
 
 // Every text form of a component: its getter, url_set_ and url_new_.
 struct Component {
@@ -38,46 +37,57 @@ const Component& named(const std::string& name) {
                          [&](const Component& c) { return name == c.name; });
 }
 
-// The raw results of the getters from kComponents[first] to [last), "|"
-// between them; each decoded result must be the decoding of the raw one.
-std::string parts(const std::string& url, std::size_t first, std::size_t last) {
-    std::string joined;
+bool flag(const std::string& field) { return field == "1"; }
+
+// The raw results of the getters from kComponents[first] to [last); each
+// decoded result must be the decoding of the raw one.
+Results parts(const std::string& url, std::size_t first, std::size_t last) {
+    Results raw;
     for (std::size_t i = first; i < last; ++i) {
-        const std::string raw = kComponents[i].get(url, false);
-        EXPECT_EQ(kComponents[i].get(url, true), ktbase::url_decode(raw)) << kComponents[i].name;
-        joined += (i == first ? "" : "|") + raw;
+        raw.push_back(kComponents[i].get(url, false));
+        EXPECT_EQ(kComponents[i].get(url, true), ktbase::url_decode(raw.back()))
+            << kComponents[i].name;
     }
-    return joined;
+    return raw;
 }
 
-std::string mapText(const KeyValues& map) {
-    std::string text;
-    for (const auto& [key, value] : map) text += "{" + key + "}{" + value + "}";
-    return text;
+// A map as its keys and values in turn, and back from fields[first] on.
+Results fieldsOf(const KeyValues& map) {
+    Results fields;
+    for (const auto& [key, value] : map) fields.insert(fields.end(), {key, value});
+    return fields;
 }
 
-KeyValues mapOf(const std::string& text) {
+KeyValues mapOf(const Results& fields, std::size_t first) {
     KeyValues map;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t key_end = text.find('}', at), value_end = text.find('}', key_end + 1);
-        map[text.substr(at + 1, key_end - at - 1)] =
-            text.substr(key_end + 2, value_end - key_end - 2);
-        at = value_end + 1;
-    }
+    for (std::size_t i = first; i + 1 < fields.size(); i += 2) map[fields[i]] = fields[i + 1];
     return map;
 }
 
 // What url_set_ made of `url`, after checking that it changed its argument
-// in place and returned it, and that url_new_ gives the same without
-// touching its own argument.
+// in place and returned it, and that url_new_ gives the same.
 std::string set(const Component& c, const std::string& url, const std::string& value, bool encode) {
-    SCOPED_TRACE(std::string(c.name) + " of \"" + url + "\" set to \"" + value + "\"");
-    const std::string original = url;
     std::string changed = url;
     EXPECT_EQ(&c.set(changed, value, encode), &changed);
     EXPECT_EQ(c.make(url, value, encode), changed);
-    EXPECT_EQ(url, original);
     return changed;
+}
+
+// "keeps": every component of the URL set to its own value, or to "" and
+// back, leaves it as it was; "takes": set to "v" ("/v" the path), reads so.
+Results roundTrips(const Case& row) {
+    const std::string& url = row[0];
+    for (const Component& c : kComponents) {
+        SCOPED_TRACE(c.name);
+        const std::string own = c.get(url, false), taken = &c == &kComponents[kPath] ? "/v" : "v";
+        if (row.operation == "keeps") {
+            EXPECT_EQ(set(c, url, own, false), url);
+            EXPECT_EQ(set(c, set(c, url, "", false), own, false), url);
+        } else {
+            EXPECT_EQ(c.get(set(c, url, taken, false), false), taken);
+        }
+    }
+    return {};
 }
 
 using Fill = void (*)(KeyValues&, const std::string&, bool, char, char);
@@ -93,142 +103,90 @@ const std::map<std::string, std::pair<MapSet, MapNew>> kMapSetters = {
     {"query", {ktbase::url_set_query, ktbase::url_new_query}},
     {"fragment", {ktbase::url_set_fragment, ktbase::url_new_fragment}}};
 
-// A descriptor's scheme, port and texts, "|" between them.
-std::string fields(const KT::RURI& uri) {
-    std::string text = std::to_string(uri.scheme) + "|" + std::to_string(uri.port);
+// A descriptor's scheme, port and texts.
+Results fields(const KT::RURI& uri) {
+    Results fields = kttest::results(uri.scheme, uri.port);
     for (const KT::CString* part : {&uri.user, &uri.password, &uri.host, &uri.path}) {
-        text += "|" + std::string(part->c_str());
+        fields.push_back(part->c_str());
         // Absent parts are stored as "", never left without memory.
         EXPECT_EQ(part->length, int(std::strlen(part->c_str())) + 1);
     }
-    return text;
-}
-
-// Runs a case; returns its result, which the caller compares with the last word.
-std::string run(const Words& w) {
-    const auto flag = [&](std::size_t i) { return w[i] == "1"; };
-    const auto& kind = w[0];
-    if (kind == "encode") return ktbase::url_encode(w[1], flag(2));
-    if (kind == "decode") return ktbase::url_decode(w[1]);
-    if (kind == "parts") return parts(w[1], 0, kUserinfo);
-    if (kind == "userinfo") return parts(w[1], kUserinfo, std::size(kComponents));
-    if (kind == "kvmap") {
-        for (const auto& [start, fill, make] : kMapGetters) {
-            const std::string url = "s://h/p" + (start + w[1]);
-            KeyValues filled = {{"a", "0"}}, expected = mapOf(w.back());
-            fill(filled, url, flag(2), w[3][0], w[4][0]);
-            expected.emplace("a", "0");
-            EXPECT_EQ(mapText(filled), mapText(expected)) << url;
-            EXPECT_EQ(mapText(make(url, flag(2), w[3][0], w[4][0])), w.back()) << url;
-        }
-        return w.back();
-    }
-    if (kind == "kvmany") {
-        std::string pairs = w[1];
-        while (pairs.size() < (std::size_t(8) << 20)) pairs += pairs;
-        return mapText(ktbase::url_query_kvmap("?" + pairs, false, '&', '='));
-    }
-    if (kind == "join") {
-        std::string out = w[1];
-        ktbase::url_detail::kvmap_join(out, mapOf(w[2]), flag(3), w[4][0], w[5][0]);
-        return out;
-    }
-    if (kind == "set") return set(named(w[1]), w[2], w[3], flag(4));
-    if (kind == "self") {
-        std::string url = w[2];
-        return named(w[1]).set(url, url, flag(3));
-    }
-    if (kind == "setmap") {
-        const auto& [set_map, new_map] = kMapSetters.at(w[1]);
-        std::string changed = w[2];
-        EXPECT_EQ(&set_map(changed, mapOf(w[3]), flag(4), w[5][0], w[6][0]), &changed);
-        EXPECT_EQ(new_map(w[2], mapOf(w[3]), flag(4), w[5][0], w[6][0]), w[7]);
-        return changed;
-    }
-    if (kind == "uri") {
-        // Parsed again, a descriptor takes every field anew but keeps its text.
-        KT::RURI uri{KT::CString(w[1].c_str())}, again{KT::CString("rtsp://x:y@z:1/w")};
-        EXPECT_EQ(again.parseURI(KT::CString(w[1].c_str())), 0);
-        EXPECT_STREQ(uri.uri.c_str(), w[1].c_str());
-        EXPECT_STREQ(again.uri.c_str(), "rtsp://x:y@z:1/w");
-        EXPECT_EQ(fields(again), fields(uri));
-        return fields(uri);
-    }
-    if (kind == "socket") {
-        const int open = kttest::openDescriptors();
-        ktbase::ref<KT::RSocket> socket = KT::RURI(KT::CString(w[1].c_str())).getSocket();
-        if (!socket) return "none";
-        EXPECT_EQ(socket->refcount(), 1);
-        EXPECT_EQ(socket->socketType, SOCK_STREAM);
-        EXPECT_EQ(socket->flags, KT::RSocket::CloseOnExec);
-        const std::string peer =
-            socket->getRemoteAddress() + (":" + std::to_string(socket->getRemotePort()));
-        socket.reset();  // the only reference: the socket closes
-        EXPECT_EQ(kttest::openDescriptors(), open);
-        return peer;
-    }
-    for (const Component& c : kComponents) {  // "keeps" and "takes"
-        SCOPED_TRACE(c.name);
-        const std::string own = c.get(w[1], false), taken = &c == &kComponents[kPath] ? "/v" : "v";
-        if (kind == "keeps") {
-            EXPECT_EQ(set(c, w[1], own, false), w[1]);
-            EXPECT_EQ(set(c, set(c, w[1], "", false), own, false), w[1]);
-        } else {
-            EXPECT_EQ(c.get(set(c, w[1], taken, false), false), taken);
-        }
-    }
-    return w.back();
-}
-
-// A word of the data file: "\s" a blank, "\xNN" the byte NN, "\\" a
-// backslash, and "" alone the empty text.
-std::string unescape(const std::string& word) {
-    std::string text;
-    for (std::size_t i = 0; word != "\"\"" && i < word.size(); ++i) {
-        if (word[i] != '\\')
-            text += word[i];
-        else if (word[++i] == 's')
-            text += ' ';
-        else if (word[i] == 'x')
-            text += char(std::stoi(word.substr(i + 1, 2), nullptr, 16)), i += 2;
-        else
-            text += word[i];
-    }
-    return text;
+    return fields;
 }
 
 TEST(UrlTest, Cases) {
-    std::ifstream file(KT_TEST_DATA_DIR "/url_cases.txt");
-    std::string line;
-    int count = 0;
-    for (int number = 1; std::getline(file, line); ++number) {
-        if (line.empty() || line[0] == '#') continue;
-        SCOPED_TRACE("url_cases.txt:" + std::to_string(number));
-        Words words;
-        std::istringstream in(line);
-        for (std::string word; in >> word;) words.push_back(unescape(word));
-        EXPECT_EQ(run(words), words.back());
-        ++count;
-    }
-    EXPECT_GT(count, 200);  // the file was found and read
-}
-
-// Every position a setter uses comes from a scan of the string it changes:
-// no edit may fall outside it, whatever the URL and the value.
-TEST(UrlTest, RandomUrlsAndValuesStayInRange) {
-    std::mt19937 random(5);
-    const auto text = [&](std::size_t longest) {
-        std::string t;
-        for (std::size_t n = random() % (longest + 1); n > 0; --n) t += ":/@;?#%a"[random() % 8];
-        return t;
-    };
-    for (int i = 0; i < 2000; ++i) {
-        const std::string url = text(16), value = text(4);
-        // (The map forms place their text through the same code as these.)
-        for (const Component& c : kComponents)
-            for (const std::string& v : {value, std::string()})
-                EXPECT_NO_THROW(set(c, url, v, i % 2 == 0));
-    }
+    kttest::runCases(
+        "url_cases.txt",
+        {{"encode", [](const Case& c) { return Results{ktbase::url_encode(c[0], flag(c[1]))}; }},
+         {"decode", [](const Case& c) { return Results{ktbase::url_decode(c[0])}; }},
+         {"parts", [](const Case& c) { return parts(c[0], 0, kUserinfo); }},
+         {"userinfo", [](const Case& c) { return parts(c[0], kUserinfo, std::size(kComponents)); }},
+         {"kvmap",
+          [](const Case& c) {
+              for (const auto& [start, fill, make] : kMapGetters) {
+                  const std::string url = "s://h/p" + (start + c[0]);
+                  KeyValues filled = {{"a", "0"}}, expected = mapOf(c.results, 0);
+                  fill(filled, url, flag(c[1]), c[2][0], c[3][0]);
+                  expected.emplace("a", "0");
+                  EXPECT_EQ(filled, expected) << url;
+                  EXPECT_EQ(fieldsOf(make(url, flag(c[1]), c[2][0], c[3][0])), c.results) << url;
+              }
+              return c.results;
+          }},
+         {"kvmany",
+          [](const Case& c) {
+              std::string pairs = c[0];
+              while (pairs.size() < (std::size_t(8) << 20)) pairs += pairs;
+              return fieldsOf(ktbase::url_query_kvmap("?" + pairs, false, '&', '='));
+          }},
+         {"join",
+          [](const Case& c) {
+              std::string out = c[0];
+              ktbase::url_detail::kvmap_join(out, mapOf(c.arguments, 4), flag(c[1]), c[2][0],
+                                             c[3][0]);
+              return Results{out};
+          }},
+         {"set",
+          [](const Case& c) {
+              // A value that is the URL itself is read before the URL changes.
+              std::string url = c[1];
+              if (c[2] == url) return Results{named(c[0]).set(url, url, flag(c[3]))};
+              return Results{set(named(c[0]), url, c[2], flag(c[3]))};
+          }},
+         {"setmap",
+          [](const Case& c) {
+              const auto& [set_map, new_map] = kMapSetters.at(c[0]);
+              const KeyValues map = mapOf(c.arguments, 5);
+              std::string changed = c[1];
+              EXPECT_EQ(&set_map(changed, map, flag(c[2]), c[3][0], c[4][0]), &changed);
+              return Results{new_map(c[1], map, flag(c[2]), c[3][0], c[4][0]), changed};
+          }},
+         {"keeps", roundTrips},
+         {"takes", roundTrips},
+         {"uri",
+          [](const Case& c) {
+              // Parsed again, a descriptor takes every field anew but keeps its text.
+              const KT::CString text(c[0].c_str());
+              KT::RURI uri{text}, again{KT::CString("rtsp://x:y@z:1/w")};
+              EXPECT_EQ(again.parseURI(text), 0);
+              EXPECT_STREQ(uri.uri.c_str(), c[0].c_str());
+              EXPECT_STREQ(again.uri.c_str(), "rtsp://x:y@z:1/w");
+              EXPECT_EQ(fields(again), fields(uri));
+              return fields(uri);
+          }},
+         {"socket", [](const Case& c) {
+              const int open = kttest::openDescriptors();
+              ktbase::ref<KT::RSocket> socket = KT::RURI(KT::CString(c[0].c_str())).getSocket();
+              if (!socket) return Results{"none"};
+              EXPECT_EQ(socket->refcount(), 1);
+              EXPECT_EQ(socket->socketType, SOCK_STREAM);
+              EXPECT_EQ(socket->flags, KT::RSocket::CloseOnExec);
+              const std::string peer =
+                  socket->getRemoteAddress() + (":" + std::to_string(socket->getRemotePort()));
+              socket.reset();  // the only reference: the socket closes
+              EXPECT_EQ(kttest::openDescriptors(), open);
+              return Results{peer};
+          }}});
 }
 
 class RURITest : public kttest::NoLeakTest {};
@@ -238,7 +196,7 @@ class RURITest : public kttest::NoLeakTest {};
 TEST(RURIParseTest, NoTextParsesNothing) {
     KT::RURI again{KT::CString("http://h/")};
     EXPECT_EQ(again.parseURI(KT::CString()), -1);
-    EXPECT_EQ(fields(again), "3|80|||h|/");
+    EXPECT_EQ(fields(again), (Results{"3", "80", "", "", "h", "/"}));
     for (const KT::RURI& uri : {KT::RURI(), KT::RURI(KT::CString())}) {
         EXPECT_EQ(uri.scheme, -1);
         EXPECT_EQ(uri.port, 0);
