@@ -27,6 +27,8 @@ kttest::Results runScript(const kttest::Case& row) {
         else if (name == "putn") stream.put(bytes("abc"), number);
         else if (name == "int") stream.put<int>(number);
         else if (name == "out") stream << bufferOf(step.value);
+        else if (name == "init")
+            stream.init(int(step.value.size()), const_cast<KT::UInt8*>(bytes(step.value)), KT::CopyData);
         else if (name == "reset") stream.reset();
         else if (name == "clear") stream.clear();
         else if (name == "zero") stream.zero();
