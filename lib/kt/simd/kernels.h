@@ -19,9 +19,10 @@ struct delimiter_masks;
 }  // namespace url_detail
 }  // namespace ktbase
 
-// The vector sets need x86-64 and the compilers' per-function target
-// attribute; elsewhere the scalar set is the only one.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// The x86 vector sets need x86-64 and the compilers' per-function target
+// attribute; a build with KT_KERNELS=scalar has the scalar set alone.
+#if !defined(KT_KERNELS_SCALAR_ONLY) && defined(__x86_64__) && \
+    (defined(__GNUC__) || defined(__clang__))
 #define KT_SIMD_X86 1
 #endif
 
