@@ -1,4 +1,4 @@
-// kt/KTBuffer.h - byte buffers, their hex and Base64 forms, and the data stream.
+/// \file kt/KTBuffer.h - byte buffers, their hex and Base64 forms, and the data stream.
 #pragma once
 
 #include "kt/KTTypes.h"
@@ -190,8 +190,10 @@ public:
     UInt8* cursor;
 };
 
+/// The int form of CData::put(), the only one the library defines.
 template <>
 void CData::put<int>(int value);
+/// The int form of CData::get(), the only one the library defines.
 template <>
 void CData::get<int>(int& value);
 

@@ -1,4 +1,4 @@
-// kt/KTEndian.h - in-place byte-order swapping of integer arrays.
+/// \file kt/KTEndian.h - in-place byte-order swapping of integer arrays.
 #pragma once
 
 #include "kt/KTExport.h"
@@ -16,9 +16,11 @@ class KT_API Endian {
 public:
     /// Exchanges the two bytes of each of `count` 16-bit values.
     static void swap16(short* values, unsigned int count);
+    /// The same for unsigned values.
     static void swap16(unsigned short* values, unsigned int count);
     /// Reverses the four bytes of each of `count` 32-bit values.
     static void swap32(int* values, unsigned int count);
+    /// The same for unsigned values.
     static void swap32(unsigned int* values, unsigned int count);
 };
 

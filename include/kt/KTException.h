@@ -1,4 +1,4 @@
-// kt/KTException.h - the exceptions that libkt throws.
+/// \file kt/KTException.h - the exceptions that libkt throws.
 #pragma once
 
 #include "kt/KTString.h"
@@ -26,7 +26,9 @@ public:
                const CString& message);
     /// Deep-copies the message; the literals are shared.
     CException(const CException& other);
+    /// Not assignable: the type and function texts belong to one throw.
     CException& operator=(const CException&) = delete;
+    /// Releases the message.
     ~CException() override;
 
     /// Returns the type name as the thrower spelled it, e.g. "KT::CException"
@@ -57,7 +59,9 @@ public:
     /// since callers outside it construct these by name.
     CNetworkException(const char* type, int line, const char* file, const char* function,
                       const CString& message);
+    /// Deep-copies the message, as CException does.
     CNetworkException(const CNetworkException&) = default;
+    /// Releases the message, as CException's destructor.
     ~CNetworkException() override;
 };
 
@@ -68,7 +72,9 @@ public:
     /// since callers outside it construct these by name.
     CInterruptedException(const char* type, int line, const char* file, const char* function,
                           const CString& message);
+    /// Deep-copies the message, as CException does.
     CInterruptedException(const CInterruptedException&) = default;
+    /// Releases the message, as CException's destructor.
     ~CInterruptedException() override;
 };
 
@@ -76,6 +82,7 @@ public:
 /// The library neither implements nor calls it.
 class KT_API CExceptionHandlerP {
 public:
+    /// Lets a handler be deleted through the interface.
     virtual ~CExceptionHandlerP() = 0;
     /// Handles one exception.
     virtual void handleException(const CException& exception) = 0;

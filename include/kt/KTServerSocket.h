@@ -1,4 +1,4 @@
-// kt/KTServerSocket.h - the listening IPv4 socket.
+/// \file kt/KTServerSocket.h - the listening IPv4 socket.
 #pragma once
 
 #include "kt/KTSocket.h"

@@ -1,4 +1,4 @@
-// kt/KTSocket.h - the IPv4 client socket.
+/// \file kt/KTSocket.h - the IPv4 client socket.
 #pragma once
 
 #include <netinet/in.h>

@@ -1,4 +1,4 @@
-// kt/KTString.h - the NUL-terminated string of libkt.
+/// \file kt/KTString.h - the NUL-terminated string of libkt.
 #pragma once
 
 #include <cstdarg>
@@ -76,6 +76,7 @@ public:
     /// clear(), "abcd" still equals "abcd"); storage without a NUL reads as
     /// though one followed it. Nothing past the storage is read.
     bool operator==(const char* text) const;
+    /// The negation of operator==(const char*).
     bool operator!=(const char* text) const;
     using CBuffer::operator==;
     using CBuffer::operator!=;

@@ -1,10 +1,12 @@
-// kt/KTTypes.h - the integer, result and flag types of libkt.
+/// \file kt/KTTypes.h - the integer, result and flag types of libkt.
 #pragma once
 
 #include <cstdint>
 
 #include "kt/KTExport.h"
 
+/// The classes and types of libkt: buffers, codecs, strings, exceptions,
+/// sockets and the URI descriptor.
 namespace KT {
 
 /// Sizes, lengths and capacities of buffers: a plain 32-bit int.

@@ -1,4 +1,4 @@
-// kt/KTURI.h - the URI descriptor: a URI text split once into its parts.
+/// \file kt/KTURI.h - the URI descriptor: a URI text split once into its parts.
 #pragma once
 
 #include "kt/KTSocket.h"
@@ -42,6 +42,7 @@ public:
     /// left alone. Assigning a descriptor to itself leaves it unchanged.
     /// Throws KT::CException when memory runs out.
     RURI& operator=(const RURI& other);
+    /// Releases the strings.
     ~RURI() override;
 
     /// Fills `scheme`, `user`, `password`, `host`, `port` and `path` from

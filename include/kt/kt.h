@@ -1,4 +1,4 @@
-// kt/kt.h - all of libkt in one include.
+/// \file kt/kt.h - all of libkt in one include.
 #pragma once
 
 #include "kt/KTBuffer.h"

@@ -1,9 +1,10 @@
-// ktbase/exception.h - the core library's exception base.
+/// \file ktbase/exception.h - the core library's exception base.
 #pragma once
 
 #include <exception>
 
 namespace ktbase {
+/// The exception base, apart from the rest of the core library.
 namespace e {
 
 /// Base of every exception the libraries throw: a std::exception that also
@@ -15,8 +16,11 @@ public:
     /// Records `file` and `line`; `extra` is an optional note, kept as given
     /// (callers in libkt always pass a null pointer).
     base(const char* file, unsigned line, const char* extra) noexcept;
+    /// Shares the other's file and note texts (literals, never copied).
     base(const base& other) noexcept;
+    /// Not assignable: an exception records one throw site.
     base& operator=(const base&) = delete;
+    /// Nothing to release: the texts are the thrower's literals.
     ~base() override;
 
     /// Returns a short description; the base returns "ktbase::e::base".

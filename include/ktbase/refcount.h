@@ -1,10 +1,12 @@
-// ktbase/refcount.h - the core library's intrusive reference count.
+/// \file ktbase/refcount.h - the core library's intrusive reference count.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <utility>
 
+/// The core library's bases (reference count, exception) and, from libkt,
+/// the URL functions.
 namespace ktbase {
 
 /// Base of the reference-counted classes. The count starts at 0; holders take
@@ -13,11 +15,13 @@ namespace ktbase {
 /// references may be taken and dropped from several threads.
 class object_refcount {
 public:
+    /// No reference yet: the first holder takes one.
     object_refcount() noexcept = default;
     /// A copy is a new object: it starts with no reference of its own.
     object_refcount(const object_refcount&) noexcept {}
     /// Assignment copies the object's value, never its count.
     object_refcount& operator=(const object_refcount&) noexcept { return *this; }
+    /// Virtual, so that the last release() deletes the whole object.
     virtual ~object_refcount() = default;
 
     /// Adds one reference.
@@ -54,6 +58,7 @@ public:
         std::swap(object_, other.object_);
         return *this;
     }
+    /// Drops the reference held, if any.
     ~ref() { reset(); }
 
     /// Drops the reference held, if any; the handle becomes empty.
@@ -71,8 +76,11 @@ public:
     explicit operator bool() const noexcept { return object_ != nullptr; }
     /// Handles compare by the object they hold (empty ones equal nullptr).
     friend bool operator==(const ref& r, std::nullptr_t) noexcept { return !r.object_; }
+    /// True when the handle holds an object.
     friend bool operator!=(const ref& r, std::nullptr_t) noexcept { return r.object_ != nullptr; }
+    /// True when both hold the same object, or both are empty.
     friend bool operator==(const ref& a, const ref& b) noexcept { return a.object_ == b.object_; }
+    /// True when they hold different objects.
     friend bool operator!=(const ref& a, const ref& b) noexcept { return a.object_ != b.object_; }
 
 private:
