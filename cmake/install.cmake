@@ -14,7 +14,7 @@ install(EXPORT ktTargets NAMESPACE kt:: DESTINATION ${KT_CMAKE_DIR} COMPONENT de
 configure_package_config_file(cmake/ktConfig.cmake.in
   ${PROJECT_BINARY_DIR}/ktConfig.cmake INSTALL_DESTINATION ${KT_CMAKE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/ktConfigVersion.cmake
-  COMPATIBILITY SameMinorVersion)
+  COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/ktConfig.cmake ${PROJECT_BINARY_DIR}/ktConfigVersion.cmake
   DESTINATION ${KT_CMAKE_DIR} COMPONENT development)
 

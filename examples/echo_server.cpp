@@ -3,7 +3,7 @@
 //     echo_server         serves one client that it starts itself on a thread,
 //                         and exits 0 when the client's bytes came back equal
 //     echo_server PORT    serves clients on 127.0.0.1:PORT, one after another,
-//                         until it is interrupted (try: nc 127.0.0.1 PORT)
+//                         until SIGINT stops it (try: nc 127.0.0.1 PORT)
 #include <kt/kt.h>
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -21,6 +21,16 @@ static void boundWaits(KT::RSocket& socket) {
     timeval limit{5, 0};
     socket.setOption(SO_RCVTIMEO, &limit, sizeof limit);
     socket.setOption(SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+static volatile std::sig_atomic_t interrupted = 0;
+
+// SIGINT without SA_RESTART: a waiting accept() then throws
+// KT::CInterruptedException, so the server stops cleanly instead of dying.
+static void stopOnInterrupt() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = 1; };
+    sigaction(SIGINT, &action, nullptr);
 }
 
 // Sends back what `client` sends until it closes; returns the bytes echoed.
@@ -42,12 +52,19 @@ int main(int argc, char** argv) {
                                  KT::RSocket::CloseOnExec);
         server.listen(16);
         if (argc > 1) {
-            for (;;) {
-                KT::RSocket client = server.accept();
-                if (client.descriptor == -1) continue;  // the peer gave up before it was taken
-                long echoed = echo(client);
-                std::printf("%s:%u: %ld bytes echoed\n", client.getRemoteAddress(), client.getRemotePort(), echoed);
+            stopOnInterrupt();
+            try {
+                while (!interrupted) {
+                    KT::RSocket client = server.accept();
+                    if (client.descriptor == -1) continue;  // the peer gave up before it was taken
+                    long echoed = echo(client);
+                    std::printf("%s:%u: %ld bytes echoed\n", client.getRemoteAddress(), client.getRemotePort(), echoed);
+                }
+            } catch (const KT::CInterruptedException&) {
+                // SIGINT came while accept() waited
             }
+            std::puts("interrupted: stopped");
+            return 0;
         }
 
         // The port the system picked, from the listening descriptor.
