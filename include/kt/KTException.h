@@ -31,7 +31,7 @@ public:
     /// Releases the message.
     ~CException() override;
 
-    /// Returns the type name as the thrower spelled it, e.g. "KT::CException"
+    /// Returns the type name as the thrower spelled it, such as "KT::CException"
     /// or "CNetworkException" (not the message: see msg()).
     const char* what() const noexcept override;
     /// Returns the message text, NUL-terminated.

@@ -50,10 +50,11 @@
 namespace ktbase {
 
 // ---------------------------------------------------------------------------
-// Percent-encoding (RFC 3986 sections 2.1, 2.3)
+/// \name Percent-encoding (RFC 3986 sections 2.1, 2.3)
+///@{
 
-/// Returns `text` with every byte outside the unreserved set (letters, digits
-/// and ! ' ( ) * - . _) written as "%" and two lower-case hex digits. With
+/// Returns `text` with every byte but the unreserved ones (letters, digits
+/// and !'()*-._) written as "%" and two lower-case hex digits. With
 /// `escape_all_slashes` false, the first "/" of each run of slashes stays and
 /// the others are escaped; with it true every "/" becomes "%2f".
 ///
@@ -72,10 +73,14 @@ KT_API std::string url_encode(const std::string& text, bool escape_all_slashes);
 /// Throws nothing.
 KT_API std::string url_decode(const std::string& text);
 
+///@}
+
 // ---------------------------------------------------------------------------
-// Components (RFC 3986 section 3). Each getter returns the component without
-// its delimiters; with `decode` true its escapes are decoded as by
-// url_decode(). A missing component is returned as "".
+/// \name Components (RFC 3986 section 3)
+/// Each getter returns the component without its delimiters; with `decode`
+/// true its escapes are decoded as by url_decode(). A missing component is
+/// returned as "".
+///@{
 
 /// Returns the scheme: the text before the first ":" that precedes any "/"
 /// and "#" (RFC 3986 section 3.1; the case is kept).
@@ -167,15 +172,17 @@ KT_API std::string url_host(const std::string& url, bool decode);
 /// Throws nothing.
 KT_API std::string url_service(const std::string& url, bool decode);
 
+///@}
+
 // ---------------------------------------------------------------------------
-// Key/value maps of the query, params or fragment (RFC 3986 section 3.4).
-//
-// The component (taken undecoded) is cut into pairs at each `pair_separator`
-// and each pair into key and value at its first `key_value_separator`; with
-// `decode` true key and value are then decoded, so escaped separators ("%26",
-// "%3d") survive as data. A key seen again replaces the earlier value; empty
-// pairs are kept under the key "" ("a=1&&b" holds "" -> ""). A zero
-// `key_value_separator` makes the whole component one key.
+/// \name Key/value maps of the query, params or fragment (RFC 3986 section 3.4)
+/// The component (taken undecoded) is cut into pairs at each `pair_separator`
+/// and each pair into key and value at its first `key_value_separator`; with
+/// `decode` true key and value are then decoded, so escaped separators ("%26",
+/// "%3d") survive as data. A key seen again replaces the earlier value; empty
+/// pairs are kept under the key "" ("a=1&&b" holds "" -> ""). A zero
+/// `key_value_separator` makes the whole component one key.
+///@{
 
 /// Adds the query's pairs to `map`, replacing the values of keys it already
 /// holds and keeping its other entries.
@@ -229,15 +236,18 @@ KT_API std::map<std::string, std::string> url_fragment_kvmap(const std::string& 
                                                              char pair_separator,
                                                              char key_value_separator);
 
+///@}
+
 // ---------------------------------------------------------------------------
-// Replacing a component. Each url_set_X changes `url` in place and returns
-// it; each url_new_X returns a changed copy and leaves `url` alone. Only the
-// bytes of the component and of the delimiters it needs change: a missing
-// component is inserted with its delimiters, and an empty `value` removes the
-// component together with them. With `encode` true the value is first
-// percent-encoded by url_encode(), every "/" escaped except in a path (where
-// only repeated slashes are); with it false the value goes in as it is,
-// delimiters and all.
+/// \name Replacing a component
+/// Each url_set_X changes `url` in place and returns it; each url_new_X
+/// returns a changed copy and leaves `url` alone. Only the bytes of the
+/// component and of the delimiters it needs change: a missing component is
+/// inserted with its delimiters, and an empty `value` removes the component
+/// together with them. With `encode` true the value is first percent-encoded
+/// by url_encode(), every "/" escaped except in a path (where only repeated
+/// slashes are); with it false the value goes in as it is, delimiters and all.
+///@{
 
 /// Replaces the scheme (RFC 3986 section 3.1), adding its ":" when missing;
 /// "" removes it with its ":".
@@ -300,17 +310,21 @@ KT_API std::string& url_set_fragment(std::string& url, const std::string& value,
 /// Returns a copy of `url` changed by url_set_fragment(). Throws nothing.
 KT_API std::string url_new_fragment(const std::string& url, const std::string& value, bool encode);
 
-// The map forms write the map's pairs in ascending key order, joined by the
-// separators: a key with an empty value is written alone ("k"), an empty key
-// with a value as "=v", and an empty key with an empty value not at all, so
-// an empty map removes the component. With `encode` true each key and value
-// is encoded with every "/" escaped. The text is then set as by the text
-// forms without encoding it again, except by url_set_params(), which encodes
-// the joined text once more as a whole, separators included ({a: 1} gives
-// "a%3d1"); url_new_params() does not.
+///@}
+
+/// \name Replacing a component by key/value pairs
+/// The map forms write the map's pairs in ascending key order, joined by the
+/// separators: a key with an empty value is written alone ("k"), an empty key
+/// with a value as "=v", and an empty key with an empty value not at all, so
+/// an empty map removes the component. With `encode` true each key and value
+/// is encoded with every "/" escaped. The text is then set as by the text
+/// forms without encoding it again, except by url_set_params(), which encodes
+/// the joined text once more as a whole, separators included ({a: 1} gives
+/// "a%3d1"); url_new_params() does not.
+///@{
 
 /// Replaces the params by the pairs of `map`, then encodes the whole params
-/// text (see above).
+/// text once more (see the notes on the map forms above).
 ///
 ///     url_set_params(u = "s://h/p", {{"a", "1"}}, false, '&', '=');  // u == "s://h/p;a%3d1"
 ///
@@ -353,16 +367,20 @@ KT_API std::string url_new_fragment(const std::string& url,
                                     const std::map<std::string, std::string>& map, bool encode,
                                     char pair_separator, char key_value_separator);
 
+///@}
+
 // ---------------------------------------------------------------------------
-// Replacing a part of the authority (RFC 3986 section 3.2). Each adds exactly
-// the delimiters its part needs ("//" in front of a new authority, "@" after
-// a userinfo, ":" before a service or a password, ";" after a domain) and
-// takes them away again when set to "". With `encode` true the value is
-// first encoded with every "/" (and every "@", ":", ";") escaped.
-//
-// Two results may surprise: removing the only part of a userinfo can leave a
-// bare "@" (":pw@h" without its password is "@h"), and setting any part to ""
-// on an empty authority ("s:///p") removes the "//" ("s:/p").
+/// \name Replacing a part of the authority (RFC 3986 section 3.2)
+/// Each adds exactly the delimiters its part needs ("//" in front of a new
+/// authority, "@" after a userinfo, ":" before a service or a password, ";"
+/// after a domain) and takes them away again when set to "". With `encode`
+/// true the value is first encoded with every "/" (and every "@", ":", ";")
+/// escaped.
+///
+/// Two results may surprise: removing the only part of a userinfo can leave a
+/// bare "@" (":pw@h" without its password is "@h"), and setting any part to ""
+/// on an empty authority ("s:///p") removes the "//" ("s:/p").
+///@{
 
 /// Replaces the host (RFC 3986 section 3.2.2); "" removes it, and a bare host
 /// goes with its "//".
@@ -413,5 +431,7 @@ KT_API std::string url_new_user(const std::string& url, const std::string& value
 KT_API std::string& url_set_password(std::string& url, const std::string& value, bool encode);
 /// Returns a copy of `url` changed by url_set_password(). Throws nothing.
 KT_API std::string url_new_password(const std::string& url, const std::string& value, bool encode);
+
+///@}
 
 }  // namespace ktbase
