@@ -7,7 +7,7 @@
 # what it did not install.
 # Usage: installed.sh PACKAGE_DIR CONSUMER_PROJECT EXAMPLE_SOURCE
 set -euo pipefail
-debs=$1 consumer=$2 example=$3
+debs=$(realpath "$1") consumer=$(realpath "$2") example=$(realpath "$3")
 names=(libkt0 libkt-dev kt-tools)
 
 installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
