@@ -37,9 +37,9 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "libkt headers, CMake package and pk
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "the kt command-line tool")
 
 # usr/share/doc/<package>/copyright and changelog.gz in every package, made
-# from LICENSE and CHANGELOG.md when the packages are made (gzip as found for
-# the manual, tools/CMakeLists.txt). A plain
-# `cmake --install` leaves them out: they belong to the packages alone.
+# from LICENSE and CHANGELOG.md when the packages are made (with the gzip found
+# for the manual, tools/CMakeLists.txt). A plain `cmake --install` leaves them
+# out: they belong to the packages alone.
 set(kt_package_docs ${PROJECT_BINARY_DIR}/package)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)

@@ -49,6 +49,7 @@ libktcore 0 libkt0 (>= $version)" ] || fail "libkt0's shlibs: $(dpkg-deb -I "${p
 [ -e "$work/kt-tools-dbgsym_${version}_${arch}.ddeb" ] || fail "no kt-tools-dbgsym package"
 
 # The warnings the README explains: its packaging section's table, a tag a row.
+# shellcheck disable=SC2016
 explained=$(sed -n '/^## Debian packages/,/^## /p' "$source/README.md" \
             | sed -n 's/^| `\([a-z0-9-]*\)` |.*/\1/p')
 report=$(lintian "${packages[@]}" 2>/dev/null) || true
@@ -57,7 +58,7 @@ errors=$(grep -c '^E: ' <<<"$report" || true)
 warnings=$(grep -c '^W: ' <<<"$report" || true)
 ((errors == 0)) || fail "lintian: $errors errors"
 ((warnings <= 2)) || fail "lintian: $warnings warnings, 2 at most"
-for tag in $(sed -n 's/^W: [^ ]* \([^ ]*\).*/\1/p' <<<"$report" | sort -u); do
+while read -r tag; do
   grep -qxF "$tag" <<<"$explained" || fail "lintian: warning $tag is not explained in README.md"
-done
+done < <(sed -n 's/^W: [^ ]* \([^ ]*\).*/\1/p' <<<"$report" | sort -u)
 echo "lintian: $errors errors, $warnings warnings"
