@@ -104,8 +104,8 @@ struct UrlList {
     }
 };
 
-using Getter = std::string (*)(const std::string&, bool);
-using Setter = std::string (*)(const std::string&, const std::string&, bool);
+using urlref::Getter;
+using urlref::Setter;
 
 struct Component {
     const char* name;

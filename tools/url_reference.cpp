@@ -9,9 +9,6 @@ namespace urlref {
 
 namespace {
 
-using Getter = std::string (*)(const std::string&, bool);
-using Setter = std::string (*)(const std::string&, const std::string&, bool);
-
 // A component with text is present; an empty one is present when clearing
 // it takes a delimiter away ("s://h?" has an empty query, "s://h" none).
 std::optional<std::string> present(const std::string& url, Getter get, Setter set) {

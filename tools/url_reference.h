@@ -8,6 +8,10 @@
 
 namespace urlref {
 
+/// The library's getters and copying setters, as the tool passes them around.
+using Getter = std::string (*)(const std::string&, bool);
+using Setter = std::string (*)(const std::string&, const std::string&, bool);
+
 /// A URL as RFC 3986 section 5 sees it: five components, each absent or
 /// present (an empty query "?" is present). The path is the library's path
 /// together with its ";params".
