@@ -2,14 +2,20 @@
 # Races the kt tool against the tools people already use, on files in /tmp:
 #   kt base64 / base64 -d, kt hex / hex -d against base64 and xxd -p / xxd -r -p
 #   over MIB mebibytes of random bytes (default 256), read from a file and
-#   written to /dev/null, and kt url get host --url-file against awk over
-#   1,000,000 URLs. Each time is the processor time (user + system) of the
-#   best of three runs, which a busy machine disturbs less than the time on
-#   the clock; each line gives the ratio of the peer's time to kt's (above 1:
-#   kt is faster) and kt's largest resident size. Usage: bench/tool.sh [KT_PROGRAM] (default: a Release build).
+#   written to /dev/null; and over 1,000,000 URLs read from a file, kt url get
+#   host against awk -F/ '{print $3}', and kt url split --json against python's
+#   urllib.parse.urlsplit printing the same fields as JSON (bench/urlsplit.py).
+# Each time is the processor time (user + system) of the best of RUNS runs
+# (default 3), which a busy machine disturbs less than the time on the clock;
+# the runs of kt and its peer alternate, so that both meet the same load. Each
+# line gives the ratio of the peer's time to kt's (above 1: kt is faster) and
+# kt's largest resident size. Usage: bench/tool.sh [KT_PROGRAM] (default: a
+# Release build).
 set -eu
 cd "$(dirname "$0")/.."
+bench=$PWD/bench
 mib=${MIB:-256}
+runs=${RUNS:-3}
 kt=${1:-}
 if [ -z "$kt" ]; then
   cmake --preset bench >/dev/null
@@ -25,27 +31,42 @@ awk 'BEGIN { srand(1); for (i = 0; i < 1000000; i++)
        printf "https://user@host%d.example.com:%d/path/%d/page.html?a=%d&b=x#top\n",
               int(rand() * 1e6), 1 + int(rand() * 65535), i, i }' >"$work/urls"
 
-# Prints "SECONDS KIB" for the best of three runs of a shell command.
-best() {
-  for run in 1 2 3; do
-    /usr/bin/time -f "%U %S %M" -o "$work/time" sh -c "exec $1" >/dev/null
-    awk '{ print $1 + $2, $3 }' "$work/time"
-  done | sort -n | head -n 1
-}
-
-# race NAME TARGET PEER_COMMAND KT_COMMAND
+# race NAME TARGET PEER_COMMAND KT_COMMAND: runs the two shell commands in
+# turn, RUNS times each, output to /dev/null, and prints the best times.
 race() {
-  set -- "$1" "$2" $(best "$3") $(best "$4")
-  awk -v name="$1" -v target="$2" -v peer="$3" -v kt="$5" -v rss="$6" 'BEGIN {
-    ratio = kt > 0 ? peer / kt : 999
-    verdict = ratio >= target ? "ok" : "BELOW TARGET"
-    printf "%-34s %6.2fs  kt %6.2fs  ratio %6.2f (target %s)  kt RSS %5.1f MiB  %s\n",
-           name, peer, kt, ratio, target, rss / 1024, verdict }'
+  python3 - "$@" "$runs" <<'PY'
+import os, sys
+name, target, peer, kt, runs = sys.argv[1], float(sys.argv[2]), sys.argv[3], sys.argv[4], int(sys.argv[5])
+
+def run(command):
+    """The processor time and largest resident size of one run."""
+    with open(os.devnull, "wb") as sink:
+        pid = os.fork()
+        if pid == 0:
+            os.dup2(sink.fileno(), 1)
+            os.execvp("sh", ["sh", "-c", "exec " + command])
+        _, status, usage = os.wait4(pid, 0)
+    if status != 0:
+        sys.exit(f"{name}: '{command}' failed")
+    return usage.ru_utime + usage.ru_stime, usage.ru_maxrss
+
+peer_times, kt_times = [], []
+for _ in range(runs):
+    peer_times.append(run(peer))
+    kt_times.append(run(kt))
+peer_time, kt_time, kt_rss = min(peer_times)[0], min(kt_times)[0], min(kt_times)[1]
+ratio = peer_time / kt_time if kt_time > 0 else 999
+verdict = "ok" if ratio >= target else "BELOW TARGET"
+print(f"{name:<34} {peer_time:6.3f}s  kt {kt_time:6.3f}s  ratio {ratio:6.2f} (target {target:g})"
+      f"  kt RSS {kt_rss / 1024:5.1f} MiB  {verdict}")
+PY
 }
 
-echo "kt: $kt; $mib MiB of input; 1,000,000 URLs"
+echo "kt: $kt; $mib MiB of input; 1,000,000 URLs; best of $runs runs"
 race "base64 encode vs base64" 3 "base64 $work/raw" "$kt base64 $work/raw"
 race "base64 decode vs base64 -d" 3 "base64 -d $work/b64" "$kt base64 -d $work/b64"
 race "hex encode vs xxd -p" 3 "xxd -p $work/raw" "$kt hex --lower $work/raw"
 race "hex decode vs xxd -r -p" 3 "xxd -r -p $work/hex" "$kt hex -d $work/hex"
-race "url get host vs awk -F/" 1 "awk -F/ '{print \$3}' $work/urls" "$kt url get host --url-file $work/urls"
+race "url get host vs awk -F/" 5 "awk -F/ '{print \$3}' $work/urls" "$kt url get host --url-file $work/urls"
+race "url split --json vs urlsplit" 1 "python3 $bench/urlsplit.py $work/urls" \
+  "$kt url split --json --url-file $work/urls"

@@ -18,6 +18,10 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/ktConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/ktConfig.cmake ${PROJECT_BINARY_DIR}/ktConfigVersion.cmake
   DESTINATION ${KT_CMAKE_DIR} COMPONENT development)
 
+# The kt tool's bash completion, where bash-completion looks for it by name.
+install(FILES tools/kt.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  RENAME kt COMPONENT tool)
+
 # kt.pc finds the prefix relative to its own folder, so the tree can move.
 file(RELATIVE_PATH KT_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
 configure_file(cmake/kt.pc.in ${PROJECT_BINARY_DIR}/kt.pc @ONLY)

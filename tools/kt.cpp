@@ -32,7 +32,7 @@ const Command kCommands[] = {
     {"fetch", runFetch, "fetch an http URI (or the OPTIONS of an rtsp one)"},
     {"hex", runHex, "encode or decode hexadecimal (standard input or a file)"},
     {"serve", runServe, "serve files over HTTP, or echo bytes, until SIGINT or SIGTERM"},
-    {"url", runUrl, "split URLs, read their pairs, change components, percent-code"},
+    {"url", runUrl, "split, change, resolve, normalize and check URLs; percent-code"},
     {"version", runVersion, "print the build identification of libkt"},
 };
 

@@ -1,17 +1,21 @@
 // kt url: take URLs apart, read their key/value pairs, change components,
-// percent-encode and decode.
+// resolve references, normalize, check and percent-code URLs.
+#include <fnmatch.h>
+
+#include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <iostream>
-#include <map>
-#include <cerrno>
 #include <cstring>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli.h"
 #include "commands.h"
 #include "kt/url.h"
+#include "line_io.h"
+#include "uri_check.h"
+#include "url_reference.h"
 
 namespace {
 
@@ -19,7 +23,10 @@ const char kUsage[] =
     "usage: kt url split [--json] [--decode] URLS\n"
     "       kt url get (COMPONENT | TEMPLATE) [--decode] URLS\n"
     "       kt url set [--encode] [--append path=SEGMENT] [--append query=KEY=VALUE]\n"
-    "                  [COMPONENT=VALUE...] URLS\n"
+    "                  [--trim query=GLOB] [--sort-query] [COMPONENT=VALUE...] URLS\n"
+    "       kt url resolve BASE REFS\n"
+    "       kt url normalize URLS\n"
+    "       kt url check URLS\n"
     "       kt url query [--params | --fragment] [--decode] [--pair C] [--kv C] URLS\n"
     "       kt url encode [--slashes] [TEXT... | -]\n"
     "       kt url decode [TEXT... | -]\n"
@@ -37,7 +44,19 @@ const char kUsage[] =
     "            C, '{query:KEY}', '{params:KEY}' and '{fragment:KEY}' the value\n"
     "            of one key (empty when absent), '{{' and '}}' are braces\n"
     "  set       print each URL with the components changed, in the order given,\n"
-    "            then the --append changes in theirs\n"
+    "            then the --append changes in theirs, then --trim, then --sort-query\n"
+    "  resolve   print each reference resolved against the URL BASE (RFC 3986\n"
+    "            section 5.2: paths merged, '.' and '..' segments removed); REFS\n"
+    "            are given as URLS are\n"
+    "  normalize print each URL in normal form (RFC 3986 section 6.2.2): scheme\n"
+    "            and host in lower case, escapes of unreserved characters decoded,\n"
+    "            the others' hex digits in upper case, '.' and '..' removed; for\n"
+    "            http, https, ftp and rtsp also the default port and an empty one\n"
+    "            dropped and an empty path written '/'\n"
+    "  check     print nothing and exit 0 when every URL is a URI by the grammar\n"
+    "            of RFC 3986 (a scheme, IP literals allowed); else name the first\n"
+    "            that is not and the byte offset (from 0) of its first bad byte,\n"
+    "            and exit 2\n"
     "  query     print the key/value pairs of the query (or params, or fragment)\n"
     "            as 'key=value' lines, sorted by key\n"
     "  encode    percent-encode each TEXT (or each line of standard input)\n"
@@ -47,6 +66,10 @@ const char kUsage[] =
     "  --encode      percent-encode the new values (every '/' too, but in a path)\n"
     "  --append path=SEGMENT    set: add a path segment, one '/' between\n"
     "  --append query=KEY=VALUE set: add a query pair, '&' between\n"
+    "  --trim query=GLOB        set: remove the query pairs whose (decoded) key\n"
+    "                           matches GLOB ('*', '?', '[...]' as in the shell);\n"
+    "                           an emptied query loses its '?'\n"
+    "  --sort-query  set: order the query pairs by key; equal keys keep their order\n"
     "  --url-file FILE          read URLs from FILE too ('-': standard input)\n"
     "  --json        JSON output for split\n"
     "  --params      query: read the params (pairs separated by ';' by default)\n"
@@ -56,7 +79,8 @@ const char kUsage[] =
     "  --slashes     encode: escape every '/' (by default the first of a run stays)\n"
     "  -h, --help    print this help\n"
     "\n"
-    "Exit status: 0 on success, 1 on bad usage, 2 when reading or writing fails.\n";
+    "Exit status: 0 on success, 1 on bad usage, 2 when reading or writing fails\n"
+    "or check finds a URL that is not a URI.\n";
 
 // The URLs a subcommand works on: its arguments, then the lines of the file
 // that --url-file names.
@@ -69,24 +93,19 @@ struct UrlList {
         if (given.empty() && file.empty()) throw cli::UsageError("no URL given");
         for (const std::string& url : given) handle(url);
         if (file.empty()) return;
-        std::ifstream opened;
-        if (file != "-") {
-            opened.open(file, std::ios::binary);
-            if (!opened) throw cli::RunError("cannot open '" + file + "': " + std::strerror(errno));
+        cli::LineReader lines(file);
+        std::string url;  // one string for every line: its capacity is reused
+        for (std::string_view line; lines.next(line);) {
+            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);  // a file from Windows
+            if (line.empty()) continue;
+            url.assign(line.data(), line.size());
+            handle(url);
         }
-        std::istream& in = file == "-" ? std::cin : opened;
-        std::string line;
-        // Stops early once output fails, as when its reader has gone.
-        while (std::cout && std::getline(in, line)) {
-            if (!line.empty() && line.back() == '\r') line.pop_back();  // a file from Windows
-            if (!line.empty()) handle(line);
-        }
-        if (in.bad()) throw cli::RunError("cannot read '" + file + "'");
     }
 };
 
-using Getter = std::string (*)(const std::string&, bool);
-using Setter = std::string (*)(const std::string&, const std::string&, bool);
+using urlref::Getter;
+using urlref::Setter;
 
 struct Component {
     const char* name;
@@ -115,23 +134,32 @@ const Component& component(const std::string& name) {
     throw cli::UsageError("unknown component '" + name + "'");
 }
 
-// A JSON string literal: quotes, backslashes and control bytes escaped; other
-// bytes pass through as they are.
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
+// Writes a JSON string literal: quotes, backslashes and control bytes
+// escaped; other bytes pass through as they are.
+void writeJson(cli::OutputBuffer& out, std::string_view text) {
+    out.put('"');
+    std::size_t plain = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c >= 0x20 && c != '"' && c != '\\' && c != 0x7F) continue;
+        out.write(text.substr(plain, i - plain));
+        plain = i + 1;
         if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-        } else if (c < 0x20 || c == 0x7F) {
+            out.put('\\');
+            out.put(char(c));
+        } else {
             char escape[8];
             std::snprintf(escape, sizeof escape, "\\u%04x", c);
-            out += escape;
-        } else {
-            out += char(c);
+            out.write(escape, 6);
         }
     }
-    return out + "\"";
+    out.write(text.substr(plain));
+    out.put('"');
+}
+
+void writeLine(cli::OutputBuffer& out, std::string_view text) {
+    out.write(text);
+    out.put('\n');
 }
 
 // Reads the flags in `flags`, and the options in `valued` with their values
@@ -153,25 +181,34 @@ std::vector<std::string> operands(cli::Arguments& args, std::map<std::string, bo
     return rest;
 }
 
-int split(cli::Arguments& args) {
+int split(cli::Arguments& args, cli::OutputBuffer& out) {
     std::map<std::string, bool> flags = {{"--json", false}, {"--decode", false}};
     UrlList urls;
     urls.given = operands(args, flags, &urls.file);
     bool json = flags["--json"], decode = flags["--decode"], first = true;
-    if (json) std::cout << "[";
+    if (json) out.put('[');
     urls.each([&](const std::string& url) {
         if (json) {
-            std::cout << (first ? "\n " : ",\n ") << "{\"url\": " << jsonString(url);
-            for (const Component& c : kComponents)
-                std::cout << ", " << jsonString(c.name) << ": " << jsonString(c.get(url, decode));
-            std::cout << "}";
+            out.write(first ? "\n {\"url\": " : ",\n {\"url\": ");
+            writeJson(out, url);
+            for (const Component& c : kComponents) {
+                out.write(", \"");
+                out.write(c.name);
+                out.write("\": ");
+                writeJson(out, c.get(url, decode));
+            }
+            out.put('}');
         } else {
-            if (!first) std::cout << "\n";
-            for (const Component& c : kComponents) std::cout << c.name << ": " << c.get(url, decode) << "\n";
+            if (!first) out.put('\n');
+            for (const Component& c : kComponents) {
+                out.write(c.name);
+                out.write(": ");
+                writeLine(out, c.get(url, decode));
+            }
         }
         first = false;
     });
-    if (json) std::cout << "\n]\n";
+    if (json) out.write("\n]\n");
     return cli::Success;
 }
 
@@ -238,7 +275,7 @@ std::string fill(const std::vector<Piece>& pieces, const std::string& url, bool 
     return out;
 }
 
-int get(cli::Arguments& args) {
+int get(cli::Arguments& args, cli::OutputBuffer& out) {
     std::map<std::string, bool> flags = {{"--decode", false}};
     UrlList urls;
     urls.given = operands(args, flags, &urls.file);
@@ -248,10 +285,10 @@ int get(cli::Arguments& args) {
     bool decode = flags["--decode"];
     if (what.find_first_of("{}") == std::string::npos) {  // one component: the common case, kept lean
         Getter get = component(what).get;
-        urls.each([&](const std::string& url) { std::cout << get(url, decode) << '\n'; });
+        urls.each([&](const std::string& url) { writeLine(out, get(url, decode)); });
     } else {
         std::vector<Piece> pieces = parseTemplate(what);
-        urls.each([&](const std::string& url) { std::cout << fill(pieces, url, decode) << '\n'; });
+        urls.each([&](const std::string& url) { writeLine(out, fill(pieces, url, decode)); });
     }
     return cli::Success;
 }
@@ -276,9 +313,31 @@ std::string appended(std::string url, const std::string& change, bool encode) {
     return ktbase::url_new_query(url, query.empty() ? value : query + "&" + value, false);
 }
 
-int set(cli::Arguments& args) {
-    std::map<std::string, bool> flags = {{"--encode", false}};
-    std::map<std::string, std::vector<std::string>> valued = {{"--append", {}}};
+// The query with the pairs whose decoded key matches a pattern of `trims`
+// removed, then, with `sort`, the others ordered by key (stably).
+std::string trimmedQuery(const std::string& query, const std::vector<std::string>& trims, bool sort) {
+    struct Pair {
+        std::string_view text, key;
+    };
+    std::vector<Pair> pairs;
+    for (std::size_t at = 0; at <= query.size();) {
+        std::size_t end = std::min(query.find('&', at), query.size());
+        std::string_view text(query.data() + at, end - at);
+        Pair pair{text, text.substr(0, text.find('='))};
+        std::string key = trims.empty() ? "" : ktbase::url_decode(std::string(pair.key));
+        auto matches = [&](const std::string& glob) { return ::fnmatch(glob.c_str(), key.c_str(), 0) == 0; };
+        if (std::none_of(trims.begin(), trims.end(), matches)) pairs.push_back(pair);
+        at = end + 1;
+    }
+    if (sort) std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) { return a.key < b.key; });
+    std::string out;
+    for (std::size_t i = 0; i < pairs.size(); ++i) out.append(i ? "&" : "").append(pairs[i].text);
+    return out;
+}
+
+int set(cli::Arguments& args, cli::OutputBuffer& out) {
+    std::map<std::string, bool> flags = {{"--encode", false}, {"--sort-query", false}};
+    std::map<std::string, std::vector<std::string>> valued = {{"--append", {}}, {"--trim", {}}};
     std::vector<std::pair<const Component*, std::string>> changes;
     UrlList urls;
     for (const std::string& arg : operands(args, flags, &urls.file, &valued)) {
@@ -289,12 +348,58 @@ int set(cli::Arguments& args) {
         else urls.given.push_back(arg);
     }
     const std::vector<std::string>& appends = valued["--append"];
-    if (changes.empty() && appends.empty()) throw cli::UsageError("no COMPONENT=VALUE or --append given");
-    bool encode = flags["--encode"];
+    std::vector<std::string> trims;
+    for (const std::string& trim : valued["--trim"]) {
+        if (trim.compare(0, 6, "query=") != 0)
+            throw cli::UsageError("option --trim takes query=GLOB, not '" + trim + "'");
+        trims.push_back(trim.substr(6));
+    }
+    bool encode = flags["--encode"], sortQuery = flags["--sort-query"];
+    if (changes.empty() && appends.empty() && trims.empty() && !sortQuery)
+        throw cli::UsageError("no COMPONENT=VALUE, --append, --trim or --sort-query given");
     urls.each([&](std::string url) {
         for (const auto& [c, value] : changes) url = c->set(url, value, encode);
         for (const std::string& change : appends) url = appended(url, change, encode);
-        std::cout << url << "\n";
+        if (!trims.empty() || sortQuery) {
+            std::string query = ktbase::url_query(url, false);
+            std::string changed = trimmedQuery(query, trims, sortQuery);
+            if (changed != query) ktbase::url_set_query(url, changed, false);
+        }
+        writeLine(out, url);
+    });
+    return cli::Success;
+}
+
+int resolve(cli::Arguments& args, cli::OutputBuffer& out) {
+    std::map<std::string, bool> flags;
+    UrlList refs;
+    refs.given = operands(args, flags, &refs.file);
+    if (refs.given.empty()) throw cli::UsageError("no BASE given");
+    const urlref::UrlParts base = urlref::UrlParts::read(refs.given.front());
+    if (!base.scheme || base.scheme->empty())
+        throw cli::UsageError("the base '" + refs.given.front() + "' has no scheme");
+    refs.given.erase(refs.given.begin());
+    refs.each([&](const std::string& ref) { writeLine(out, urlref::resolve(base, urlref::UrlParts::read(ref))); });
+    return cli::Success;
+}
+
+int normalize(cli::Arguments& args, cli::OutputBuffer& out) {
+    std::map<std::string, bool> flags;
+    UrlList urls;
+    urls.given = operands(args, flags, &urls.file);
+    urls.each([&](const std::string& url) { writeLine(out, urlref::normalize(url)); });
+    return cli::Success;
+}
+
+int check(cli::Arguments& args, cli::OutputBuffer&) {
+    std::map<std::string, bool> flags;
+    UrlList urls;
+    urls.given = operands(args, flags, &urls.file);
+    urls.each([](const std::string& url) {
+        std::size_t bad = uricheck::firstBadByte(url);
+        if (bad == std::string_view::npos) return;
+        throw cli::RunError("'" + url + "' is not a URI: " + (bad < url.size() ? "bad byte" : "unexpected end") +
+                            " at offset " + std::to_string(bad));
     });
     return cli::Success;
 }
@@ -305,7 +410,7 @@ char separator(cli::Arguments& args, const std::string& name) {
     return text[0];
 }
 
-int query(cli::Arguments& args) {
+int query(cli::Arguments& args, cli::OutputBuffer& out) {
     using Reader = void (*)(std::map<std::string, std::string>&, const std::string&, bool, char, char);
     Reader read = ktbase::url_query_kvmap;
     bool decode = false;
@@ -325,7 +430,11 @@ int query(cli::Arguments& args) {
     urls.each([&](const std::string& url) {
         std::map<std::string, std::string> pairs;
         read(pairs, url, decode, pair ? pair : '&', kv);
-        for (const auto& [key, value] : pairs) std::cout << key << "=" << value << "\n";
+        for (const auto& [key, value] : pairs) {
+            out.write(key);
+            out.put('=');
+            writeLine(out, value);
+        }
     });
     return cli::Success;
 }
@@ -333,34 +442,31 @@ int query(cli::Arguments& args) {
 // Applies `convert` to each argument, or to each line of standard input when
 // there is none or the only one is "-".
 template <class Convert>
-int convertTexts(const std::vector<std::string>& texts, Convert convert) {
+int convertTexts(const std::vector<std::string>& texts, cli::OutputBuffer& out, Convert convert) {
     if (texts.empty() || (texts.size() == 1 && texts[0] == "-")) {
-        std::string line;
-        while (std::getline(std::cin, line)) std::cout << convert(line) << "\n";
-        if (std::cin.bad()) throw cli::RunError("read failed");
+        cli::LineReader lines("-");
+        for (std::string_view line; lines.next(line);) writeLine(out, convert(std::string(line)));
     } else {
-        for (const std::string& text : texts) std::cout << convert(text) << "\n";
+        for (const std::string& text : texts) writeLine(out, convert(text));
     }
     return cli::Success;
 }
 
-int encode(cli::Arguments& args) {
+int encode(cli::Arguments& args, cli::OutputBuffer& out) {
     std::map<std::string, bool> flags = {{"--slashes", false}};
     std::vector<std::string> texts = operands(args, flags);
     bool slashes = flags["--slashes"];
-    return convertTexts(texts, [slashes](const std::string& t) { return ktbase::url_encode(t, slashes); });
+    return convertTexts(texts, out, [slashes](const std::string& t) { return ktbase::url_encode(t, slashes); });
 }
 
-int decode(cli::Arguments& args) {
+int decode(cli::Arguments& args, cli::OutputBuffer& out) {
     std::map<std::string, bool> flags;
-    return convertTexts(operands(args, flags), ktbase::url_decode);
+    return convertTexts(operands(args, flags), out, ktbase::url_decode);
 }
 
 }  // namespace
 
 int runUrl(cli::Arguments& args) {
-    // Its own buffer for std::cout: a million lines do not each go through stdio.
-    std::ios::sync_with_stdio(false);
     if (args.empty()) throw cli::UsageError("no subcommand given");
     std::string sub = args.take();
     if (cli::isHelp(sub) || (!args.empty() && cli::isHelp(args.peek()))) {
@@ -369,16 +475,22 @@ int runUrl(cli::Arguments& args) {
     }
     struct Sub {
         const char* name;
-        int (*run)(cli::Arguments&);
+        int (*run)(cli::Arguments&, cli::OutputBuffer&);
     };
-    static const Sub subs[] = {{"split", split}, {"get", get},       {"set", set},
-                               {"query", query}, {"encode", encode}, {"decode", decode}};
+    static const Sub subs[] = {{"split", split},   {"get", get},         {"set", set},
+                               {"query", query},   {"encode", encode},   {"decode", decode},
+                               {"resolve", resolve}, {"normalize", normalize}, {"check", check}};
     for (const Sub& s : subs)
         if (sub == s.name) {
-            int status = s.run(args);
-            std::cout.flush();
-            if (!std::cout) cli::writeFailed("write failed");
-            return status;
+            cli::OutputBuffer out;
+            try {
+                int status = s.run(args, out);
+                out.flush();
+                return status;
+            } catch (const cli::RunError&) {
+                out.flush();  // what came before the failure
+                throw;
+            }
         }
     throw cli::UsageError("unknown subcommand '" + sub + "'");
 }
