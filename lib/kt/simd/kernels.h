@@ -28,8 +28,8 @@ struct delimiter_masks;
 #endif
 // NEON is part of every aarch64 CPU. The kernels read lanes as the bits of
 // wider lanes, which holds for little-endian byte order only.
-#if !defined(KT_KERNELS_SCALAR_ONLY) && defined(__aarch64__) && \
-    defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#if !defined(KT_KERNELS_SCALAR_ONLY) && defined(__aarch64__) && defined(__BYTE_ORDER__) && \
+    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 #define KT_SIMD_NEON 1
 #endif
 

@@ -71,8 +71,7 @@ alignas(16) constexpr std::uint8_t kLaneNumbers[16] = {0, 1, 2,  3,  4,  5,  6, 
 // Summed over the lanes of a group, a mask's bits: one per lane.
 alignas(16) constexpr std::uint8_t kBitsOf8[16] = {1, 2, 4, 8, 16, 32, 64, 128,
                                                    1, 2, 4, 8, 16, 32, 64, 128};
-alignas(16) constexpr std::uint8_t kBitsOf4[16] = {1, 2, 4, 8, 1, 2, 4, 8,
-                                                   1, 2, 4, 8, 1, 2, 4, 8};
+alignas(16) constexpr std::uint8_t kBitsOf4[16] = {1, 2, 4, 8, 1, 2, 4, 8, 1, 2, 4, 8, 1, 2, 4, 8};
 
 // ---------------------------------------------------------------- registers
 
@@ -129,7 +128,8 @@ void hex_decode(const std::uint8_t* in, std::size_t pairs, std::uint8_t* out) {
 }
 
 std::size_t base64_encode(const std::uint8_t* in, std::size_t n, std::uint8_t* out) {
-    const uint8x16x4_t alphabet = vld1q_u8_x4(reinterpret_cast<const std::uint8_t*>(kBase64Alphabet));
+    const uint8x16x4_t alphabet =
+        vld1q_u8_x4(reinterpret_cast<const std::uint8_t*>(kBase64Alphabet));
     const uint8x16_t six_bits = vdupq_n_u8(63);
     std::uint8_t* start = out;
     std::size_t i = 0;
@@ -298,7 +298,8 @@ std::size_t encode(char* out, const char* first, const char* last) {
 // stores 8 bytes per half.
 inline char* compact(char* o, uint8x16_t v, unsigned keep) {
     const unsigned low = keep & 0xFF, high = (keep >> 8) & 0xFF;
-    vst1_u8(reinterpret_cast<std::uint8_t*>(o), vtbl1_u8(vget_low_u8(v), vcreate_u8(kCompaction[low])));
+    vst1_u8(reinterpret_cast<std::uint8_t*>(o),
+            vtbl1_u8(vget_low_u8(v), vcreate_u8(kCompaction[low])));
     o += __builtin_popcount(low);
     vst1_u8(reinterpret_cast<std::uint8_t*>(o),
             vtbl1_u8(vget_high_u8(v), vcreate_u8(kCompaction[high])));
