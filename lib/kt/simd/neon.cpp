@@ -137,13 +137,14 @@ std::size_t base64_encode(const std::uint8_t* in, std::size_t n, std::uint8_t* o
         // Byte k of 16 groups of three in register k; sextet k of each in
         // register k of the result.
         const uint8x16x3_t bytes = vld3q_u8(in + i);
-        uint8x16x4_t chars;
-        chars.val[0] = vshrq_n_u8(bytes.val[0], 2);
-        chars.val[1] = vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[1], 4), bytes.val[0], 4), six_bits);
-        chars.val[2] = vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[2], 6), bytes.val[1], 2), six_bits);
-        chars.val[3] = vandq_u8(bytes.val[2], six_bits);
-        for (uint8x16_t& c : chars.val) c = vqtbl4q_u8(alphabet, c);
-        vst4q_u8(out, chars);
+        const uint8x16_t s0 = vshrq_n_u8(bytes.val[0], 2);
+        const uint8x16_t s1 =
+            vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[1], 4), bytes.val[0], 4), six_bits);
+        const uint8x16_t s2 =
+            vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[2], 6), bytes.val[1], 2), six_bits);
+        const uint8x16_t s3 = vandq_u8(bytes.val[2], six_bits);
+        vst4q_u8(out, {vqtbl4q_u8(alphabet, s0), vqtbl4q_u8(alphabet, s1), vqtbl4q_u8(alphabet, s2),
+                       vqtbl4q_u8(alphabet, s3)});
     }
     return std::size_t(out - start) + scalar::base64_encode(in + i, n - i, out);
 }
@@ -156,10 +157,11 @@ std::size_t base64_decode(const std::uint8_t* in, std::size_t n, std::uint8_t* o
     for (; i + 64 <= n; i += 64) {
         // Character k of 16 groups of four in register k.
         const uint8x16x4_t chars = vld4q_u8(in + i);
-        uint8x16x4_t values;
-        for (int k = 0; k < 4; ++k)
-            values.val[k] = vqtbx4q_u8(vqtbx4q_u8(invalid, low, chars.val[k]), high,
-                                       vsubq_u8(chars.val[k], vdupq_n_u8(64)));
+        const auto value = [&](uint8x16_t c) {
+            return vqtbx4q_u8(vqtbx4q_u8(invalid, low, c), high, vsubq_u8(c, vdupq_n_u8(64)));
+        };
+        const uint8x16x4_t values = {value(chars.val[0]), value(chars.val[1]), value(chars.val[2]),
+                                     value(chars.val[3])};
         // A value above 63 marks "=" or a byte outside the alphabet: the
         // scalar rules decide the block.
         const uint8x16_t any = vorrq_u8(vorrq_u8(values.val[0], values.val[1]),
