@@ -68,7 +68,8 @@ constexpr table64 kUnreservedHigh = entries_from(64, unreserved);
 
 alignas(16) constexpr std::uint8_t kLaneNumbers[16] = {0, 1, 2,  3,  4,  5,  6,  7,
                                                        8, 9, 10, 11, 12, 13, 14, 15};
-// Summed over the lanes of a group, a mask's bits: one per lane.
+// A bit per lane, to AND with a mask (0xFF lanes): the sum over a group of
+// 8 or 4 lanes is then the group's mask as bits, bit k for its lane k.
 alignas(16) constexpr std::uint8_t kBitsOf8[16] = {1, 2, 4, 8, 16, 32, 64, 128,
                                                    1, 2, 4, 8, 16, 32, 64, 128};
 alignas(16) constexpr std::uint8_t kBitsOf4[16] = {1, 2, 4, 8, 1, 2, 4, 8, 1, 2, 4, 8, 1, 2, 4, 8};
@@ -80,10 +81,10 @@ inline void store(void* p, uint8x16_t v) { vst1q_u8(static_cast<std::uint8_t*>(p
 inline uint8x16x4_t load_table(const table64& table) { return vld1q_u8_x4(table.data()); }
 
 // The entries of the bytes of `v` in a 128-entry table of the ASCII bytes,
-// its halves in `low` and `high`; 0 for the bytes from 0x80, unless `none`
-// gives them (and those below 0x80 that the table leaves out) another.
-inline uint8x16_t ascii_entries(uint8x16_t v, const uint8x16x4_t& low, const uint8x16x4_t& high) {
-    return vqtbx4q_u8(vqtbl4q_u8(low, v), high, vsubq_u8(v, vdupq_n_u8(64)));
+// its halves in `low` and `high`; `outside` for the bytes from 0x80.
+inline uint8x16_t ascii_entries(uint8x16_t v, const uint8x16x4_t& low, const uint8x16x4_t& high,
+                                uint8x16_t outside) {
+    return vqtbx4q_u8(vqtbx4q_u8(outside, low, v), high, vsubq_u8(v, vdupq_n_u8(64)));
 }
 
 // The masks (0xFF lanes) of `mask` as bits, 16 of them, bit k for lane k.
@@ -157,9 +158,7 @@ std::size_t base64_decode(const std::uint8_t* in, std::size_t n, std::uint8_t* o
     for (; i + 64 <= n; i += 64) {
         // Character k of 16 groups of four in register k.
         const uint8x16x4_t chars = vld4q_u8(in + i);
-        const auto value = [&](uint8x16_t c) {
-            return vqtbx4q_u8(vqtbx4q_u8(invalid, low, c), high, vsubq_u8(c, vdupq_n_u8(64)));
-        };
+        const auto value = [&](uint8x16_t c) { return ascii_entries(c, low, high, invalid); };
         const uint8x16x4_t values = {value(chars.val[0]), value(chars.val[1]), value(chars.val[2]),
                                      value(chars.val[3])};
         // A value above 63 marks "=" or a byte outside the alphabet: the
@@ -192,7 +191,7 @@ struct kept_bytes {
     // With slashes kept, the first "/" of a run stays.
     template <bool EscapeAllSlashes>
     uint8x16_t of(uint8x16_t v) {
-        uint8x16_t kept = ascii_entries(v, low, high);
+        uint8x16_t kept = ascii_entries(v, low, high, vdupq_n_u8(0));
         if (!EscapeAllSlashes) {
             const uint8x16_t slashes = vceqq_u8(v, vdupq_n_u8('/'));
             const uint8x16_t after_slash = vextq_u8(slashes_before, slashes, 15);
