@@ -12,12 +12,14 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/insns-aarch64}
+toolchain=()
 kernels=(hex_encode hex_decode base64_encode base64_decode url_encode url_decode url_encoded_size
          find_delimiters)
 
-cmake -S . -B "$build" --toolchain cmake/toolchains/aarch64-linux-gnu.cmake \
-  -DCMAKE_BUILD_TYPE=Release -DKT_BUILD_TESTS=OFF -DKT_BUILD_BENCH=OFF -DKT_BUILD_EXAMPLES=OFF \
-  -DKT_BUILD_FUZZ=OFF >/dev/null
+# (The toolchain file is read on the first configuration only.)
+[ -f "$build/CMakeCache.txt" ] || toolchain=(--toolchain cmake/toolchains/aarch64-linux-gnu.cmake)
+cmake -S . -B "$build" "${toolchain[@]}" -DCMAKE_BUILD_TYPE=Release -DKT_BUILD_TESTS=OFF \
+  -DKT_BUILD_BENCH=OFF -DKT_BUILD_EXAMPLES=OFF -DKT_BUILD_FUZZ=OFF >/dev/null
 cmake --build "$build" -j2 --target kt_internal >/dev/null
 lib=$(realpath "$build/lib")
 aarch64-linux-gnu-g++ -std=c++17 -O2 -Iinclude -Ilib/kt -Ibench bench/kernel_run.cpp \
