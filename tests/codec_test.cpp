@@ -149,6 +149,10 @@ TEST(KernelChoiceTest, ScalarFirstFastestInUse) {
     // supported() has set up the CPU checks.
     EXPECT_EQ(sets.size() > 1 && std::strcmp(sets[1]->name, "avx2") == 0,
               __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi"));
+#elif defined(KT_SIMD_NEON)
+    // Every aarch64 CPU has NEON: the set is in use without a check.
+    EXPECT_STREQ(sets.back()->name, "neon");
+    EXPECT_EQ(sets.size(), 2u);
 #endif
 }
 

@@ -19,6 +19,7 @@
 
 #include "hex_digits.h"
 #include "simd/scalar.h"
+#include "simd/vector_tables.h"
 #include "url_delimiters.h"
 #include "url_unreserved.h"
 
@@ -69,55 +70,6 @@ constexpr bool tables_match_the_set() {
     return true;
 }
 static_assert(tables_match_the_set(), "the nibble tables give the unreserved set");
-
-// How four source bytes are written, by which of them are escaped (bit k
-// for byte k): shuffle controls that pick from a register holding the four
-// bytes, their high digits, their low digits and four "%" (at 0, 4, 8 and
-// 12), and the number of bytes written.
-struct expansion {
-    alignas(16) std::uint8_t control[16][16];
-    std::uint8_t length[16];
-};
-
-constexpr expansion kExpansion = [] {
-    expansion table{};
-    for (int mask = 0; mask < 16; ++mask) {
-        int at = 0;
-        for (int k = 0; k < 4; ++k) {
-            if (mask & (1 << k)) {
-                table.control[mask][at++] = 12;
-                table.control[mask][at++] = std::uint8_t(4 + k);
-                table.control[mask][at++] = std::uint8_t(8 + k);
-            } else {
-                table.control[mask][at++] = std::uint8_t(k);
-            }
-        }
-        table.length[mask] = std::uint8_t(at);
-        while (at < 16) table.control[mask][at++] = 0x80;
-    }
-    return table;
-}();
-
-// Shuffle controls that gather the bytes of an 8-byte group whose bits are
-// set in the index, in order, to the front.
-constexpr std::array<std::uint64_t, 256> kCompaction = [] {
-    std::array<std::uint64_t, 256> table{};
-    for (int mask = 0; mask < 256; ++mask) {
-        std::uint64_t control = 0;
-        int at = 0;
-        for (int k = 0; k < 8; ++k)
-            if (mask & (1 << k)) control |= std::uint64_t(k) << (8 * at++);
-        for (; at < 8; ++at) control |= std::uint64_t(0x80) << (8 * at);
-        table[mask] = control;
-    }
-    return table;
-}();
-
-// Shuffle controls that move the last r bytes of a 16-byte load to the
-// front and clear the rest: 16 bytes from kEndToFront + 16 - r.
-alignas(16) constexpr std::uint8_t kEndToFront[32] = {
-    0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
-    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
 
 // Shuffle controls that put the r < 16 bytes of a short text, loaded as two
 // overlapping pieces (see load_short()), in order and clear the rest.

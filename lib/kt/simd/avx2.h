@@ -21,13 +21,6 @@ KT_AVX2 std::size_t url_encoded_size(const char* first, const char* last, bool e
 KT_AVX2 std::size_t url_encode(char* out, const char* first, const char* last,
                                bool escape_all_slashes);
 
-/// Whether two of the candidate escapes `candidates` (a bit per position)
-/// lie within two bytes of each other: then the first may swallow the
-/// second, and only the scalar rules can tell.
-inline bool overlapping(std::uint64_t candidates) {
-    return (candidates & ((candidates << 1) | (candidates << 2))) != 0;
-}
-
 }  // namespace avx2
 }  // namespace simd
 }  // namespace KT

@@ -24,6 +24,7 @@
 #include "base64_alphabet.h"
 #include "hex_digits.h"
 #include "simd/scalar.h"
+#include "simd/vector_tables.h"
 #include "url_delimiters.h"
 
 // Every function carries the target attribute, as in the AVX2 kernels.
@@ -225,7 +226,7 @@ KT_AVX512 std::size_t url_decode(char* out, const char* first, const char* last)
             const __m512i high = hex_values(load(p + 1, std::min<std::size_t>(left - 1, 64)));
             values = _mm512_or_si512(_mm512_slli_epi16(high, 4), hex_values(load(p + 2, starts)));
             candidates = percents & _mm512_test_epi8_mask(values, values) & first_lanes(starts);
-            if (avx2::overlapping(candidates)) {
+            if (overlapping(candidates)) {
                 // The plain rules, from the first position not swallowed up
                 // to the block's end (or the text's, when it ends here).
                 const char* from = p + _mm_popcnt_u64(swallowed);

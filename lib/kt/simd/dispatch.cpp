@@ -29,6 +29,10 @@ std::vector<const kernels*> sets_this_cpu_runs() {
     if (cpu_runs_avx2()) sets.push_back(&avx2_kernels);
     if (cpu_runs_avx512()) sets.push_back(&avx512_kernels);
 #endif
+#ifdef KT_SIMD_NEON
+    // Every aarch64 CPU has NEON: no check.
+    sets.push_back(&neon_kernels);
+#endif
     return sets;
 }
 

@@ -1,7 +1,8 @@
 // The byte kernels behind the codecs and the URL functions, one set per
-// instruction set (scalar.cpp, avx2.cpp, avx512.cpp), all filling the same
-// table of functions. The library calls the fastest set the CPU runs,
-// chosen once; tests and benchmarks reach every set through supported().
+// instruction set (scalar.cpp, avx2.cpp, avx512.cpp, neon.cpp), all filling
+// the same table of functions. The library calls the fastest set the CPU
+// runs, chosen once; tests and benchmarks reach every set through
+// supported().
 //
 // Every set gives the scalar set's results: a vector kernel handles the
 // regular bulk itself and hands tails and irregular blocks to the scalar
@@ -25,6 +26,12 @@ struct delimiter_masks;
     (defined(__GNUC__) || defined(__clang__))
 #define KT_SIMD_X86 1
 #endif
+// NEON is part of every aarch64 CPU. The kernels read lanes as the bits of
+// wider lanes, which holds for little-endian byte order only.
+#if !defined(KT_KERNELS_SCALAR_ONLY) && defined(__aarch64__) && defined(__BYTE_ORDER__) && \
+    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#define KT_SIMD_NEON 1
+#endif
 
 namespace KT {
 namespace simd {
@@ -36,7 +43,7 @@ constexpr std::size_t kMaxSlack = 16;
 /// One instruction set's kernels. The output sizes are the caller's
 /// business: each kernel writes exactly what it returns or says.
 struct kernels {
-    /// "scalar", "avx2" or "avx512".
+    /// "scalar", "avx2", "avx512" or "neon".
     const char* name;
 
     /// Writes 2 * n upper-case hex digits for the n bytes at `in`.
@@ -77,6 +84,10 @@ extern const kernels avx2_kernels;
 /// Callable only where the CPU has, besides those, BMI2 and AVX-512 F, BW,
 /// VL, VBMI and VBMI2.
 extern const kernels avx512_kernels;
+#endif
+#ifdef KT_SIMD_NEON
+/// Callable on every CPU that this build runs on.
+extern const kernels neon_kernels;
 #endif
 
 /// Every set this build has and this CPU runs, the scalar one first and the
