@@ -60,5 +60,16 @@ inline constexpr std::array<std::uint8_t, 256> kDelimiterOf = [] {
     return table;
 }();
 
+/// For each byte, a word with bit 8 * d set when the byte is delimiter d, and
+/// no bit for any other byte. Eight bytes' words, each shifted by the
+/// byte's place among them and OR-ed, hold in byte d where delimiter d lies
+/// among the eight: the whole set of delimiters found at once, with no branch.
+inline constexpr std::array<std::uint64_t, 256> kDelimiterLanes = [] {
+    std::array<std::uint64_t, 256> table{};
+    for (int d = 0; d < kDelimiterCount; ++d)
+        table[static_cast<unsigned char>(kDelimiterBytes[d])] = std::uint64_t(1) << (8 * d);
+    return table;
+}();
+
 }  // namespace url_detail
 }  // namespace ktbase
