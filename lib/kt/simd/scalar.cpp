@@ -68,6 +68,15 @@ inline std::size_t first_marked(word marks) {
 #endif
 }
 
+// The byte at place j in memory of the word `w`.
+inline unsigned char byte_at(word w, int j) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    return static_cast<unsigned char>(w >> (56 - 8 * j));
+#else
+    return static_cast<unsigned char>(w >> (8 * j));
+#endif
+}
+
 // How many bytes `marks` marks.
 inline std::size_t marked_count(word marks) { return ((marks >> 7) * kEveryByte) >> 56; }
 
@@ -317,12 +326,11 @@ std::size_t url_decode(char* out, const char* first, const char* last) {
 
 namespace {
 
-// Byte d of the result: where delimiter d lies among the `count` (at most
-// 8) bytes at `p`, bit j for byte j.
-inline std::uint64_t delimiter_lanes(const unsigned char* p, std::size_t count) {
+// Byte d of the result: where delimiter d lies among the eight bytes at `p`,
+// bit j for byte j.
+inline std::uint64_t delimiter_lanes(const unsigned char* p) {
     std::uint64_t lanes = 0;
-    for (std::size_t j = 0; j < count; ++j)
-        lanes |= ktbase::url_detail::kDelimiterLanes[p[j]] << j;
+    for (int j = 0; j < 8; ++j) lanes |= ktbase::url_detail::kDelimiterLanes[j][p[j]];
     return lanes;
 }
 
@@ -344,19 +352,41 @@ inline void transpose_bytes(std::uint64_t (&rows)[8]) {
     }
 }
 
+// The last `count` (1 to 7) bytes of the text, followed by zeros (which are
+// no delimiter): a text of eight bytes or more is read by the word that ends
+// at its end, shifted; a shorter one is copied.
+void copy_last_bytes(unsigned char (&bytes)[8], std::size_t count, const char* text,
+                     std::size_t length) {
+    if (length < 8) {
+        std::memcpy(bytes, text + length - count, count);
+        return;
+    }
+    const unsigned dropped = unsigned(8 * (8 - count));
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    const word w = load_word(text + length - 8) << dropped;
+#else
+    const word w = load_word(text + length - 8) >> dropped;
+#endif
+    std::memcpy(bytes, &w, sizeof w);
+}
+
 }  // namespace
 
-// Each block of 64 bytes gives eight words of lanes, one per group of eight
-// bytes; transposed, word d holds the 64 bits of delimiter d's row.
+// A block of up to 64 bytes gives eight words of lanes, one per group of
+// eight bytes; transposed, word d holds the 64 bits of delimiter d's row.
+// Every group is read, from the text, from a copy of its last bytes or from
+// zeros: choosing the source costs no branch, and the lanes stay in
+// registers.
 void find_delimiters(const char* text, std::size_t length, delimiter_masks& masks) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+    static const unsigned char kZeros[8] = {};
     for (std::size_t start = 0; start < length; start += 64) {
+        const auto* block = reinterpret_cast<const unsigned char*>(text) + start;
         const std::size_t n = std::min<std::size_t>(length - start, 64);
+        unsigned char last[8] = {};
+        if (n % 8 != 0) copy_last_bytes(last, n % 8, text, length);
         std::uint64_t lanes[8];
         for (std::size_t group = 0, at = 0; group < 8; ++group, at += 8)
-            lanes[group] = at + 8 <= n ? delimiter_lanes(bytes + start + at, 8)
-                           : at < n    ? delimiter_lanes(bytes + start + at, n - at)
-                                       : 0;
+            lanes[group] = delimiter_lanes(at + 8 <= n ? block + at : at < n ? last : kZeros);
         transpose_bytes(lanes);
         for (int d = 0; d < ktbase::url_detail::kDelimiterCount; ++d)
             masks.rows[d][start / 64] = lanes[d];
