@@ -52,11 +52,16 @@ constexpr std::size_t hex_pair_index(std::uint8_t first, std::uint8_t second) {
 /// first character that is no digit reads as 15, and a second one makes the
 /// byte 255. A byte then costs one two-byte load and one table load.
 inline constexpr std::array<std::uint8_t, 65536> kHexPairValues = [] {
+    // Filled by second character, so that the (many) pairs whose second one
+    // is no digit cost the compiler one step each.
     std::array<std::uint8_t, 65536> table{};
-    for (std::size_t first = 0; first < 256; ++first)
-        for (std::size_t second = 0; second < 256; ++second)
+    for (auto& byte : table) byte = 255;
+    for (std::size_t second = 0; second < 256; ++second) {
+        if (kHexDigitValues[second] == kNotHexDigit) continue;
+        for (std::size_t first = 0; first < 256; ++first)
             table[hex_pair_index(std::uint8_t(first), std::uint8_t(second))] =
                 std::uint8_t((kHexDigitValues[first] << 4) | kHexDigitValues[second]);
+    }
     return table;
 }();
 
