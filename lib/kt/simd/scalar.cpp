@@ -68,15 +68,6 @@ inline std::size_t first_marked(word marks) {
 #endif
 }
 
-// The byte at place j in memory of the word `w`.
-inline unsigned char byte_at(word w, int j) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    return static_cast<unsigned char>(w >> (56 - 8 * j));
-#else
-    return static_cast<unsigned char>(w >> (8 * j));
-#endif
-}
-
 // How many bytes `marks` marks.
 inline std::size_t marked_count(word marks) { return ((marks >> 7) * kEveryByte) >> 56; }
 
