@@ -105,12 +105,14 @@ void expectSplitAsPlain(const KT::simd::kernels& kernels, const std::string& url
             << "delimiter " << kDelimiterBytes[d];
 }
 
-// Random texts of every length up to a few hundred bytes, and large ones.
+// Random texts of every length up to a few hundred bytes, of random lengths
+// past those, and large ones.
 TEST_P(UrlKernelTest, AsThePlainCode) {
     std::mt19937 random(5);
     const std::vector<kttest::Case> alphabets = kttest::casesOf("url_alphabets.txt");
     std::vector<std::size_t> lengths = {4096, (std::size_t(1) << 16) + 7};
     for (std::size_t n = 0; n <= 400; ++n) lengths.push_back(n);
+    for (int round = 0; round < 8; ++round) lengths.push_back(401 + random() % 3000);
     for (std::size_t n : lengths)
         for (const kttest::Case& alphabet : alphabets)
             for (int round = 0; round < 6; ++round) {

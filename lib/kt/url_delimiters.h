@@ -60,5 +60,18 @@ inline constexpr std::array<std::uint8_t, 256> kDelimiterOf = [] {
     return table;
 }();
 
+/// kDelimiterLanes[j][c]: for byte c at place j of a group of eight, a word
+/// with bit 8 * d + j set when c is delimiter d, and no bit for any other
+/// byte. OR-ed over a group, the eight bytes' words hold in byte d where
+/// delimiter d lies among them: every delimiter found at once, with no branch.
+inline constexpr std::array<std::array<std::uint64_t, 256>, 8> kDelimiterLanes = [] {
+    std::array<std::array<std::uint64_t, 256>, 8> tables{};
+    for (int j = 0; j < 8; ++j)
+        for (int d = 0; d < kDelimiterCount; ++d)
+            tables[j][static_cast<unsigned char>(kDelimiterBytes[d])] = std::uint64_t(1)
+                                                                         << (8 * d + j);
+    return tables;
+}();
+
 }  // namespace url_detail
 }  // namespace ktbase
