@@ -112,7 +112,7 @@ TEST(AbiClient, VirtualTablesHoldTheirSlotsInOrder) {
 }
 
 // The names that the library `soname`, loaded by this program, exports: the
-// defined symbols of its dynamic symbol table, read from its file.
+// defined, named symbols of its dynamic symbol table, read from its file.
 std::vector<std::string> exportedNames(const char* soname) {
     void* library = dlopen(soname, RTLD_NOW | RTLD_NOLOAD);
     link_map* map = nullptr;
@@ -127,7 +127,8 @@ std::vector<std::string> exportedNames(const char* soname) {
         const char* strings = file.data() + sections[sections[i].sh_link].sh_offset;
         const auto symbols = reinterpret_cast<const ElfW(Sym)*>(file.data() + sections[i].sh_offset);
         for (std::size_t n = 1; n < sections[i].sh_size / sizeof(ElfW(Sym)); ++n)
-            if (symbols[n].st_shndx != SHN_UNDEF) names.push_back(strings + symbols[n].st_name);
+            if (symbols[n].st_shndx != SHN_UNDEF && symbols[n].st_name != 0)  // not a section's
+                names.push_back(strings + symbols[n].st_name);
     }
     return names;
 }
