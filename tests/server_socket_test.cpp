@@ -90,7 +90,7 @@ TEST_F(RServerSocketTest, FailuresThrowTheSystemMessageAndCloseTheDescriptor) {
         {"no such socket type",
          [] { KT::RServerSocket(KT::UInt16(0), 12345, 0); },
          {"CNetworkException", kSocketLine, kSocketFile, kRecordConstructor,
-          std::strerror(EINVAL)}},
+          unknownSocketTypeMessage()}},
         {"listen on datagrams", [&] { datagrams.listen(1); }, listenSite},
         {"accept without listening",
          [&] { unlistened.accept(); },

@@ -90,14 +90,20 @@ inline std::string randomBytes(std::size_t size, unsigned seed) {
 
 // --- Case tables ------------------------------------------------------------------
 
-/// A field of a case table as bytes. `\xNN` is the byte NN, `c{N}` the byte c
-/// N times in all (`x{511}`; a `{` before anything but a digit is itself).
+/// A field of a case table as bytes. `\xNN` is the byte NN, `\iN;` the four
+/// bytes of the int N as this host stores them, `c{N}` the byte c N times in
+/// all (`x{511}`; a `{` before anything but a digit is itself).
 inline std::string unescaped(const std::string& field) {
     std::string bytes;
     for (size_t i = 0; i < field.size(); ++i) {
         if (field.compare(i, 2, "\\x") == 0) {
             bytes += char(std::stoi(field.substr(i + 2, 2), nullptr, 16));
             i += 3;
+        } else if (field.compare(i, 2, "\\i") == 0) {
+            const size_t end = field.find(';', i);
+            const std::int32_t value = std::stoi(field.substr(i + 2, end - i - 2));
+            bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+            i = end;
         } else if (field[i] == '{' && !bytes.empty() && std::isdigit(field[i + 1])) {
             const size_t end = field.find('}', i);
             bytes.append(std::stoul(field.substr(i + 1, end - i - 1)) - 1, bytes.back());
@@ -174,6 +180,20 @@ struct ThrowSite {
     const char* function;
     const char* message;
 };
+
+/// What socket() says of a type that nobody knows: EINVAL. Under emulation
+/// the answer is the emulator's, not the system's (qemu-user gives
+/// ESOCKTNOSUPPORT), and either is taken: this is the one it gives.
+inline const char* unknownSocketTypeMessage() {
+    int error = EINVAL;
+    if (KT_TEST_EMULATED) {
+        const int saved = errno, descriptor = ::socket(AF_INET, 12345, 0);
+        if (descriptor >= 0) ::close(descriptor);
+        else if (errno == ESOCKTNOSUPPORT) error = errno;
+        errno = saved;
+    }
+    return std::strerror(error);
+}
 
 inline const ThrowSite kBufferInitSite{
     "KT::CException", 44, "lib/kt/KTBuffer.cpp",
@@ -601,7 +621,8 @@ inline ProcessResult runProcess(const std::vector<std::string>& argv, const std:
     return result;
 }
 
-/// The kt program of this build.
-inline std::string ktProgram() { return std::string(KT_TEST_BINARY_DIR) + "/bin/kt"; }
+/// The kt program of this build (under emulation, a launcher that runs it in
+/// the emulator).
+inline std::string ktProgram() { return KT_TEST_KT_PROGRAM; }
 
 }  // namespace kttest

@@ -114,8 +114,11 @@ TEST(ToolTest, Cases) {
         SCOPED_TRACE("data/tool_cases.txt:" + std::to_string(c.line));
         if (!c.needs.empty() && !onPath(c.needs)) continue;
         const Folder scratch;
+        // PRELOAD names the variable that preloads a library into kt: under
+        // emulation, LD_PRELOAD would reach the host's loader instead.
         std::string shell = "KT='" + ktProgram() + "' BUILD='" KT_TEST_BINARY_DIR "' DATA='" KT_TEST_DATA_DIR
-                            "' TMP='" + scratch.path() + "'; ";
+                            "' TMP='" + scratch.path() + "' PRELOAD=" +
+                            (KT_TEST_EMULATED ? "KT_PRELOAD" : "LD_PRELOAD") + "; ";
         std::optional<Child> server;
         std::optional<RawListener> listener;
         std::string port, request;

@@ -21,8 +21,9 @@ public:
     object_refcount(const object_refcount&) noexcept {}
     /// Assignment copies the object's value, never its count.
     object_refcount& operator=(const object_refcount&) noexcept { return *this; }
-    /// Virtual, so that the last release() deletes the whole object.
-    virtual ~object_refcount() = default;
+    /// Defined in libktcore, so that the class's virtual table, type
+    /// information and destructors live there whatever the compiler.
+    virtual ~object_refcount();
 
     /// Adds one reference.
     void retain() const noexcept;

@@ -2,6 +2,8 @@
 
 namespace ktbase {
 
+object_refcount::~object_refcount() = default;
+
 void object_refcount::retain() const noexcept {
     count_.fetch_add(1, std::memory_order_relaxed);
 }

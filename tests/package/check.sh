@@ -4,8 +4,14 @@
 # both builds without LD_LIBRARY_PATH. Also reads the build identification
 # the way its users do, with dlsym.
 # Usage: check.sh BUILD_DIR PACKAGE_DIR EXAMPLE_SOURCE LIBDIR (lib, or lib/<multiarch>)
+# The consumers are built as the build under test was, from its test's
+# environment: KT_CXX (the compiler), KT_CXX_FLAGS, KT_CXX_STANDARD and
+# KT_TOOLCHAIN (a toolchain file, or empty); KT_EMULATOR (words, or empty)
+# runs what they build.
 set -euo pipefail
 build=$1 package=$2 example=$3 lib=$4
+cxx=${KT_CXX:-c++} flags=${KT_CXX_FLAGS:-} standard=${KT_CXX_STANDARD:-17}
+read -r -a emulator <<<"${KT_EMULATOR:-}"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -15,14 +21,16 @@ for f in include/kt/kt.h include/kt/url.h include/ktbase/refcount.h $lib/cmake/k
   [ -e "$work/prefix/$f" ] || { echo "missing from the install: $f"; exit 1; }
 done
 
-cmake -S "$package" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" -DKT_EXAMPLE="$example" >/dev/null
+cmake -S "$package" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" -DKT_EXAMPLE="$example" \
+      -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_CXX_STANDARD="$standard" \
+      ${KT_TOOLCHAIN:+-DCMAKE_TOOLCHAIN_FILE="$KT_TOOLCHAIN"} >/dev/null
 cmake --build "$work/cmake" >/dev/null
-env -u LD_LIBRARY_PATH "$work/cmake/consumer"
+env -u LD_LIBRARY_PATH "${emulator[@]}" "$work/cmake/consumer"
 
 export PKG_CONFIG_PATH="$work/prefix/$lib/pkgconfig"
-# shellcheck disable=SC2046
-c++ -std=c++17 -Wl,--as-needed "$example" -o "$work/pc-consumer" $(pkg-config --cflags --libs kt)
-env -u LD_LIBRARY_PATH "$work/pc-consumer"
+# shellcheck disable=SC2046,SC2086
+"$cxx" $flags -std=c++"$standard" -Wl,--as-needed "$example" -o "$work/pc-consumer" $(pkg-config --cflags --libs kt)
+env -u LD_LIBRARY_PATH "${emulator[@]}" "$work/pc-consumer"
 
 cat >"$work/rev.cpp" <<'CPP'
 #include <dlfcn.h>
@@ -36,6 +44,7 @@ int main(int, char** argv) {
     return 0;
 }
 CPP
-c++ -std=c++17 "$work/rev.cpp" -o "$work/rev" -ldl
-"$work/rev" "$work/prefix/$lib/libkt.so.0"
-env -u LD_LIBRARY_PATH "$work/prefix/bin/kt" version
+# shellcheck disable=SC2086
+"$cxx" $flags -std=c++"$standard" "$work/rev.cpp" -o "$work/rev" -ldl
+"${emulator[@]}" "$work/rev" "$work/prefix/$lib/libkt.so.0"
+env -u LD_LIBRARY_PATH "${emulator[@]}" "$work/prefix/bin/kt" version
