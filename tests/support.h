@@ -541,7 +541,7 @@ inline bool onPath(const std::string& program) {
 /// A child program (looked up on the PATH) with `in`, `out` and `err` as its
 /// standard streams; without them, its output comes back through a pipe, read
 /// by read(), and its input and errors are /dev/null. It gets this environment
-/// without any proxy setting, so that it talks to loopback directly. Killed and
+/// without any proxy setting, so that it talks to loopback directly. Ended and
 /// reaped when the object goes, however the test ends.
 class Child {
 public:
@@ -575,6 +575,11 @@ public:
     Child& operator=(const Child&) = delete;
     ~Child() {
         if (pid_ <= 0) return;
+        // Asked to end first, so that it ends as it would for a user and
+        // writes what it writes on the way out (its coverage counts among
+        // them); killed when it has not ended after kWaitMs.
+        ::kill(pid_, SIGTERM);
+        if (wait() != -1) return;
         ::kill(pid_, SIGKILL);
         ::waitpid(pid_, nullptr, 0);
     }

@@ -11,7 +11,7 @@ namespace {
 
 using namespace kttest;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kClients = 16, kRequests = 50;
 #else
 constexpr int kClients = 64, kRequests = 200;
