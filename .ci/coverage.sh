@@ -19,7 +19,7 @@ unrun=()
 [[ $flags == *avx512_vbmi2* ]] || unrun+=(--exclude 'lib/kt/simd/avx512\.cpp')
 
 common=(--root . --object-directory build/coverage --exclude-throw-branches
-        --exclude-unreachable-branches --print-summary)
+        --exclude-unreachable-branches --print-summary build/coverage)
 echo "coverage: libraries (lib/, include/)"
 gcovr "${common[@]}" --filter 'lib/' --filter 'include/' "${unrun[@]}" \
       --fail-under-line "$LIB_LINES" --fail-under-branch "$LIB_BRANCHES" > build/coverage/lib.txt ||
