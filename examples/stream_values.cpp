@@ -1,5 +1,6 @@
 // Serialises a few values into a data stream, shows the bytes, and reads them
-// back in the same order.
+// back in the same order; then fills a stream past its first block, which
+// grows as the values go in.
 #include <kt/kt.h>
 
 #include <cstdio>
@@ -24,5 +25,17 @@ int main() {
     stream.get(year);
     stream >> greeting >> back;
     std::printf("year %d, greeting \"%s\", blob of %d bytes\n", year, greeting.c_str(), back.length);
-    return year == 2026 && greeting == "hello" && back == blob ? 0 : 1;
+
+    KT::CData days;
+    for (int day = 1; day <= 365; ++day) days.put(day);
+    days.reset();
+    int sum = 0;
+    for (int day = 1; day <= 365; ++day) {
+        int value = 0;
+        days.get(value);
+        sum += value == day;
+    }
+    std::printf("%d days in %d bytes of storage, %d read back in order\n", days.length / 4,
+                days.capacity, sum);
+    return year == 2026 && greeting == "hello" && back == blob && sum == 365 ? 0 : 1;
 }

@@ -25,6 +25,7 @@ kttest::Results runScript(const kttest::Case& row) {
         const int number = step.number[0];
         if (name == "put") stream.put(bytes(step.value), int(step.value.size()));
         else if (name == "putn") stream.put(bytes("abc"), number);
+        else if (name == "own") stream.put(stream.data + number, step.number[1]);
         else if (name == "int") stream.put<int>(number);
         else if (name == "out") stream << bufferOf(step.value);
         else if (name == "init")

@@ -35,6 +35,25 @@ kttest::Results runScript(const kttest::Case& row) {
              throwCopy<KT::CException>(step.value.c_str());
          }}};
     return kttest::runSteps(row.arguments, [&](const kttest::Step& step, kttest::Results& out) {
+        if (step.name == "handler") {
+            struct Handler : KT::CExceptionHandlerP {
+                explicit Handler(kttest::Results& out) : out(out) {}
+                void handleException(const KT::CException& e) override {
+                    out.push_back(std::string("handled ") + e.msg());
+                }
+                kttest::Results& out;
+            };
+            std::unique_ptr<KT::CExceptionHandlerP> handler = std::make_unique<Handler>(out);
+            handler->handleException(KT::CException("KT::CException", 1, "f.cpp", "void g()",
+                                                    KT::CString("lost 3 bytes")));
+            return true;
+        }
+        if (step.name == "base") {
+            const ktbase::e::base thrown("f.cpp", 12, "note");
+            const std::exception& e = thrown;
+            out.insert(out.end(), {e.what(), to_string(thrown.line()), thrown.file(), thrown.extra()});
+            return true;
+        }
         if (step.name == "message") {
             const KT::CException original("KT::CException", 12, "f.cpp", "void g()",
                                           KT::CString(step.value.c_str()).getLowerCaseString());

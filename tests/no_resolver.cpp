@@ -2,7 +2,8 @@
 // nobody knows, so the unknown-host path runs without asking any server.
 #include <netdb.h>
 
-extern "C" hostent* gethostbyname(const char*) {
-    h_errno = HOST_NOT_FOUND;
-    return nullptr;
+extern "C" int gethostbyname_r(const char*, hostent*, char*, size_t, hostent** found, int* error) {
+    *found = nullptr;
+    *error = HOST_NOT_FOUND;
+    return 0;
 }

@@ -2,6 +2,22 @@
 #include "allocation_faults.h"
 #include "support.h"
 
+// The library's accept() calls, the next of which a test can make fail with
+// an error of its choice: the program is linked with --wrap=accept
+// (tests/CMakeLists.txt).
+namespace {
+std::atomic<int> acceptError{0};
+}  // namespace
+
+extern "C" int __real_accept(int fd, sockaddr* address, socklen_t* length);
+extern "C" int __wrap_accept(int fd, sockaddr* address, socklen_t* length) {
+    if (const int error = acceptError.exchange(0)) {
+        errno = error;
+        return -1;
+    }
+    return __real_accept(fd, address, length);
+}
+
 namespace {
 
 using namespace kttest;
@@ -63,6 +79,18 @@ TEST_F(RServerSocketTest, AcceptedSocketDescribesBothEndsAndMovesBytes) {
         EXPECT_EQ(accepted.write("hi", 2), 2);
         EXPECT_EQ(readRaw(client.get(), 2), "hi");
     }
+}
+
+// A connection that its peer gave up before accept() took it is no failure:
+// the caller gets a socket without a descriptor, and the next one is taken.
+TEST_F(RServerSocketTest, AnAbortedConnectionGivesASocketWithoutDescriptor) {
+    Server server;
+    Fd client = rawConnect(server.address());
+    acceptError = ECONNABORTED;
+    const KT::RSocket aborted = server.socket.accept();
+    EXPECT_EQ(aborted.descriptor, -1);
+    EXPECT_TRUE(sameRecord(aborted.remoteAddress, emptyRecord()));
+    EXPECT_NE(server.socket.accept().descriptor, -1);
 }
 
 // Each failure throws the system's message and leaves no descriptor open; a

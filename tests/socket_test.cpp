@@ -70,6 +70,7 @@ Results runScript(const Case& row) {
                 KT::RSocket& same = *socket;
                 *socket = same;
             } else if (name == "lookup") hostLookupError = number;
+            else if (name == "room") hostLookupRoom = std::size_t(number);
             else if (name == "connect" || name == "refuse" || name == "reconnect") {
                 boundWaits(socket->descriptor);
                 sockaddr_in* to = name == "connect" ? &open : name == "refuse" ? &refused : nullptr;
@@ -140,10 +141,30 @@ Results runScript(const Case& row) {
         return true;
     });
     hostLookupError = HOST_NOT_FOUND;
+    hostLookupRoom = 0;
     return out;
 }
 
 TEST_F(RSocketTest, Cases) { runCases("socket_cases.txt", {{"socket", runScript}}); }
+
+// Each thread resolves a name of its own, over and over, while the others
+// resolve theirs: every socket must get its own name's address.
+TEST_F(RSocketTest, ThreadsResolveTheirOwnNames) {
+    constexpr int kThreads = 8, kRounds = 200;
+    std::array<int, kThreads> wrong{};
+    {
+        std::list<Peer> threads;
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([t, &wrong] {
+                const std::string name = "host" + std::to_string(t + 1);
+                for (int round = 0; round < kRounds; ++round) {
+                    const KT::RSocket socket(name.c_str(), 80, SOCK_STREAM, 0);
+                    wrong[t] += socket.remoteAddress.sin_addr.s_addr != htonl(0x0A000001u + t);
+                }
+            });
+    }
+    EXPECT_EQ(wrong, (std::array<int, kThreads>{}));
+}
 
 TEST_F(RSocketTest, BindThrowsOnAListeningAddressAndTakesOneLeftInTimeWait) {
     RawListener listener;

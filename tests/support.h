@@ -19,6 +19,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -26,6 +27,7 @@
 #include <cctype>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -469,9 +471,13 @@ private:
     struct sigaction old_;
 };
 
-/// The h_errno with which every host-name lookup in a suite fails, but that of
-/// "localhost": no name ever reaches a name server. Set by tests of failures.
+/// The h_errno with which every host-name lookup in a suite fails, but those
+/// of "localhost" and of "hostN" (N below 256): no name ever reaches a name
+/// server. Set by tests of failures.
 inline thread_local int hostLookupError = HOST_NOT_FOUND;
+/// The room a lookup of this thread needs for its answer: given less, it
+/// fails with ERANGE, as the C library's does. Set by tests of that.
+inline thread_local std::size_t hostLookupRoom = 0;
 /// The number of host-name lookups made so far.
 inline std::atomic<int> hostLookups{0};
 
@@ -479,13 +485,45 @@ inline std::atomic<int> hostLookups{0};
 
 // Each suite is one source file, so this definition is its program's only
 // one; it comes before the C library's, for the library under test too.
-extern "C" hostent* gethostbyname(const char* name) {
+// "localhost" is 127.0.0.1 and "hostN" 10.0.0.N; the answer is written to the
+// caller's room, as the C library writes it.
+extern "C" int gethostbyname_r(const char* name, hostent* entry, char* room, std::size_t size,
+                               hostent** found, int* error) {
     ++kttest::hostLookups;
-    static in_addr address{htonl(INADDR_LOOPBACK)};
-    static char* addresses[] = {reinterpret_cast<char*>(&address), nullptr};
-    static hostent localhost{const_cast<char*>("localhost"), nullptr, AF_INET, 4, addresses};
-    if (std::strcmp(name, "localhost") == 0) return &localhost;
-    h_errno = kttest::hostLookupError;
+    *found = nullptr;
+    *error = NETDB_SUCCESS;
+    unsigned number = 0;
+    char end = 0;
+    in_addr address{htonl(INADDR_LOOPBACK)};
+    if (std::sscanf(name, "host%u%c", &number, &end) == 1 && number < 256) {
+        address.s_addr = htonl(0x0A000000u | number);
+    } else if (std::strcmp(name, "localhost") != 0) {
+        *error = kttest::hostLookupError;
+        return 0;
+    }
+    // The room holds the address list, the address and the name, in turn.
+    const std::size_t needed = 2 * sizeof(char*) + sizeof address + std::strlen(name) + 1;
+    if (size < std::max(needed, kttest::hostLookupRoom)) {
+        *error = NETDB_INTERNAL;
+        return ERANGE;
+    }
+    char** addresses = reinterpret_cast<char**>(room);
+    addresses[0] = room + 2 * sizeof(char*);
+    addresses[1] = nullptr;
+    std::memcpy(addresses[0], &address, sizeof address);
+    char* copy = std::strcpy(addresses[0] + sizeof address, name);
+    *entry = hostent{copy, nullptr, AF_INET, sizeof address, addresses};
+    // A slow lookup: other threads run before the caller reads the answer.
+    std::this_thread::yield();
+    *found = entry;
+    return 0;
+}
+
+// The shared-answer lookup must not be used; should it be, no name reaches a
+// name server either.
+extern "C" hostent* gethostbyname(const char* name) {
+    ADD_FAILURE() << "gethostbyname(\"" << name << "\") called";
+    h_errno = HOST_NOT_FOUND;
     return nullptr;
 }
 
@@ -523,7 +561,7 @@ inline bool onPath(const std::string& program) {
 /// A child program (looked up on the PATH) with `in`, `out` and `err` as its
 /// standard streams; without them, its output comes back through a pipe, read
 /// by read(), and its input and errors are /dev/null. It gets this environment
-/// without any proxy setting, so that it talks to loopback directly. Killed and
+/// without any proxy setting, so that it talks to loopback directly. Ended and
 /// reaped when the object goes, however the test ends.
 class Child {
 public:
@@ -557,6 +595,11 @@ public:
     Child& operator=(const Child&) = delete;
     ~Child() {
         if (pid_ <= 0) return;
+        // Asked to end first, so that it ends as it would for a user and
+        // writes what it writes on the way out (its coverage counts among
+        // them); killed when it has not ended after kWaitMs.
+        ::kill(pid_, SIGTERM);
+        if (wait() != -1) return;
         ::kill(pid_, SIGKILL);
         ::waitpid(pid_, nullptr, 0);
     }

@@ -40,13 +40,23 @@ const Component& named(const std::string& name) {
 bool flag(const std::string& field) { return field == "1"; }
 
 // The raw results of the getters from kComponents[first] to [last); each
-// decoded result must be the decoding of the raw one.
-Results parts(const std::string& url, std::size_t first, std::size_t last) {
+// decoded result must be the decoding of the raw one. A fragment of any
+// length changes no other component: with `again`, the URL with 300 more
+// bytes of fragment, longer than the delimiter masks hold, must give the same.
+Results parts(const std::string& url, std::size_t first, std::size_t last, bool again = true) {
     Results raw;
     for (std::size_t i = first; i < last; ++i) {
         raw.push_back(kComponents[i].get(url, false));
         EXPECT_EQ(kComponents[i].get(url, true), ktbase::url_decode(raw.back()))
             << kComponents[i].name;
+    }
+    if (again) {
+        const std::string more(300, 'f');
+        Results expected = raw;
+        constexpr std::size_t kFragment = 5;
+        if (first <= kFragment && kFragment < last) expected[kFragment - first] += more;
+        const std::string longer = url + (url.find('#') == std::string::npos ? "#" : "") + more;
+        EXPECT_EQ(parts(longer, first, last, false), expected) << "with a long fragment";
     }
     return raw;
 }

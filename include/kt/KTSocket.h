@@ -47,8 +47,9 @@ public:
     /// fails.
     RSocket(sockaddr_in* remote, int type, sockaddr_in* local, UInt8 flags);
     /// Aims a new socket(AF_INET, type, 0) at `host`:`port`. `host` (not null)
-    /// is read as a dotted address first, else resolved with gethostbyname()
-    /// (first address). `localAddress` is all zero, INADDR_ANY included. A
+    /// is read as a dotted address first, else resolved with gethostbyname_r()
+    /// (first address) into room of the call's own, so that threads resolving
+    /// at the same time each get their own answer. `localAddress` is all zero, INADDR_ANY included. A
     /// failing socket() is not reported: `descriptor` is then -1.
     /// Throws KT::CNetworkException when the name does not resolve, with a
     /// fixed message per resolver error (e.g. "No such host is known."); no

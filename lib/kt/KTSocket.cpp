@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <type_traits>
+#include <vector>
 
 #include "KTInternal.h"
 #include "KTSocketInternal.h"
@@ -64,6 +65,26 @@ int transferAll(Byte* buffer, int length, Transfer transfer) {
         done += static_cast<int>(n);
     }
     return done;
+}
+
+// The resolver's room for one answer: it starts at a size that holds the
+// usual one and doubles while the resolver asks for more, up to a bound.
+constexpr std::size_t kResolverRoom = 1024;
+constexpr std::size_t kResolverRoomLimit = std::size_t(1) << 20;
+
+// Writes the first IPv4 address of `host` to `address`; false when there is
+// none, with the resolver's error code (as h_errno would hold it) in `error`.
+// Each call has its own answer, so that threads never see each other's.
+bool resolve(const char* host, in_addr& address, int& error) {
+    std::vector<char> room(kResolverRoom);
+    hostent entry{};
+    hostent* found = nullptr;
+    while (::gethostbyname_r(host, &entry, room.data(), room.size(), &found, &error) == ERANGE &&
+           room.size() < kResolverRoomLimit)
+        room.resize(room.size() * 2);
+    if (!found) return false;
+    std::memcpy(&address, found->h_addr_list[0], sizeof address);
+    return true;
 }
 
 }  // namespace
@@ -138,14 +159,12 @@ RSocket::RSocket(const char* host, UInt16 port, int type, UInt8 flags)
     // to the resolver too.
     remoteAddress.sin_addr.s_addr = ::inet_addr(host);
     if (remoteAddress.sin_addr.s_addr == INADDR_NONE) {
-        if (const hostent* entry = ::gethostbyname(host)) {
-            std::memcpy(&remoteAddress.sin_addr, entry->h_addr_list[0],
-                        sizeof remoteAddress.sin_addr);
-        } else if (const char* message = detail::resolverMessage(h_errno)) {
-            detail::raise<CNetworkException>(
-                kFile, /*line=*/153,
-                "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)", message);
-        }
+        int error = NETDB_SUCCESS;
+        if (!resolve(host, remoteAddress.sin_addr, error))
+            if (const char* message = detail::resolverMessage(error))
+                detail::raise<CNetworkException>(
+                    kFile, /*line=*/153,
+                    "KT::RSocket::RSocket(const char*, KT::UInt16, int, KT::UInt8)", message);
     }
     descriptor = ::socket(AF_INET, type, 0);
     markCloseOnExec(descriptor);

@@ -5,8 +5,8 @@
 namespace KT {
 namespace detail {
 
-/// The message a failed gethostbyname() is reported with, for its h_errno;
-/// null for NETDB_SUCCESS, which the host-name constructor lets pass.
+/// The message a failed host-name lookup is reported with, for its error code
+/// (the values of h_errno); null for NETDB_SUCCESS, which the host-name constructor lets pass.
 const char* resolverMessage(int error);
 
 /// Throws the CNetworkException of a failed RSocket::bind() for `error`.

@@ -22,10 +22,6 @@ constexpr std::size_t kOnePassText = 128;
 
 // ---------------------------------------------------------------- plain forms
 
-std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes) {
-    return KT::simd::scalar::url_encoded_size(first, last, escape_all_slashes);
-}
-
 std::size_t url_encode_range(char* out, const char* first, const char* last,
                              bool escape_all_slashes) {
     return KT::simd::scalar::url_encode(out, first, last, escape_all_slashes);

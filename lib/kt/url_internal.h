@@ -46,8 +46,6 @@ std::string range_text(const std::string& text, url_range range, bool decode);
 /// 0 for an empty or reversed range.
 std::size_t url_encode_range(char* out, const char* first, const char* last,
                              bool escape_all_slashes);
-/// Returns what url_encode_range() would write for [first, last).
-std::size_t url_encoded_size(const char* first, const char* last, bool escape_all_slashes);
 /// Appends the percent-encoding of `text` to `out`, growing it once; `text`
 /// must not be `out`.
 void url_encode_append(std::string& out, const std::string& text, bool escape_all_slashes);

@@ -82,16 +82,12 @@ part_place place_of(part which, const std::string& url) {
     return {parts.authority, parts.*kComponents[static_cast<int>(which)]};
 }
 
-// Bytes that already end an empty userinfo part, so it needs no "@" of its
-// own: the ";" of a domain, the ":" or "@" after a user, the "@" after a
-// password.
+// Bytes that already end an empty userinfo part (domain, user or password),
+// so it needs no "@" of its own: the ";" of a domain, the ":" or "@" after a
+// user, the "@" after a password.
 bool already_delimited(part which, char c) {
-    switch (which) {
-        case part::domain: return c == kDomainEnd;
-        case part::user: return c == kPasswordStart || c == kUserinfoEnd;
-        case part::password: return c == kUserinfoEnd;
-        default: return false;
-    }
+    if (which == part::domain) return c == kDomainEnd;
+    return c == kUserinfoEnd || (which == part::user && c == kPasswordStart);
 }
 
 // Before a value goes in: the delimiters that follow the part. Inserts only

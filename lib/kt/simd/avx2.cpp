@@ -335,9 +335,10 @@ inline const char* decode_sparse(char*& o, const char* p, std::uint32_t percents
     return p + Width;
 }
 
-// Decodes the 16 positions at p, with 18 bytes readable there (`room` in
-// all); returns the position after what they took.
-KT_AVX2 inline const char* decode_16(char*& o, const char* p, std::size_t room) {
+// Decodes the 16 positions at p, with 18 bytes readable there; returns the
+// position after what they took. It runs only on the last 18 to 33 bytes of
+// a text, too few for decode_sparse().
+KT_AVX2 inline const char* decode_16(char*& o, const char* p) {
     const __m128i v0 = load(p);
     const unsigned percents = mask_of(_mm_cmpeq_epi8(v0, bytes('%')));
     if (percents == 0) {
@@ -345,7 +346,6 @@ KT_AVX2 inline const char* decode_16(char*& o, const char* p, std::size_t room) 
         o += 16;
         return p + 16;
     }
-    if ((percents & (percents - 1)) == 0 && room >= 34) return decode_sparse<16>(o, p, percents);
     const __m128i values = escape_values(load(p + 1), load(p + 2));
     const unsigned candidates = percents & ~mask_of(_mm_cmpeq_epi8(values, _mm_setzero_si128()));
     if (overlapping(candidates)) return scalar::url_decode_until(o, p, p + 16);
@@ -625,7 +625,7 @@ KT_AVX2 std::size_t url_decode(char* out, const char* first, const char* last) {
     char* o = out;
     const char* p = first;
     while (last - p >= 34) p = decode_32(o, p, std::size_t(last - p));
-    while (last - p >= 18) p = sse::decode_16(o, p, std::size_t(last - p));
+    while (last - p >= 18) p = sse::decode_16(o, p);
     if (p < last) sse::decode_tail(o, p, last, first);
     return std::size_t(o - out);
 }
