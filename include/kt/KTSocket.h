@@ -13,7 +13,7 @@ namespace KT {
 /// One IPv4 socket descriptor with the local and remote address records that
 /// belong to it: the library's connection object.
 ///
-///     KT::RSocket socket("example.test", 80, SOCK_STREAM, KT::RSocket::CloseOnExec);
+///     KT::RSocket socket("localhost", 8080, SOCK_STREAM, KT::RSocket::CloseOnExec);
 ///     if (socket.connect(nullptr) == 0) socket.write(request, length);
 ///
 /// The object owns its descriptor and closes it when destroyed; copies take a
