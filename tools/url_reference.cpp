@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "KTURISchemes.h"
+#include "hex_digits.h"
 #include "kt/url.h"
 
 namespace urlref {
@@ -34,13 +35,6 @@ std::string merge(const UrlParts& base, const std::string& path) {
     return slash == std::string::npos ? path : base.path.substr(0, slash + 1) + path;
 }
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 bool isUnreserved(unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
            c == '.' || c == '_' || c == '~';
@@ -50,13 +44,13 @@ bool isUnreserved(unsigned char c) {
 // becomes the byte, the others get upper-case hex digits. Decoding never
 // makes a delimiter, so no component changes its bounds.
 std::string normalizeEscapes(const std::string& url) {
-    static const char kUpperHex[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(url.size());
     for (std::size_t i = 0; i < url.size(); ++i) {
         int high = 0, low = 0;
-        if (url[i] != '%' || i + 2 >= url.size() || (high = hexValue(url[i + 1])) < 0 ||
-            (low = hexValue(url[i + 2])) < 0) {
+        if (url[i] != '%' || i + 2 >= url.size() ||
+            (high = KT::kHexDigitValues[static_cast<unsigned char>(url[i + 1])]) == KT::kNotHexDigit ||
+            (low = KT::kHexDigitValues[static_cast<unsigned char>(url[i + 2])]) == KT::kNotHexDigit) {
             out += url[i];
             continue;
         }
@@ -65,8 +59,8 @@ std::string normalizeEscapes(const std::string& url) {
             out += char(byte);
         } else {
             out += '%';
-            out += kUpperHex[high];
-            out += kUpperHex[low];
+            out += KT::kUpperHexDigits[high];
+            out += KT::kUpperHexDigits[low];
         }
         i += 2;
     }
