@@ -201,6 +201,28 @@ TEST(UrlTest, Cases) {
 
 class RURITest : public kttest::NoLeakTest {};
 
+// A thread's getters share the split of its last short URL: another text of
+// the same length, or the same string changed in place, is split anew.
+TEST(UrlTest, EveryTextIsSplitAnew) {
+    const Results kUrls[] = {{"s://a.b:1/c;d?e", "a.b", "", "1", "/c", "d", "e"},
+                             {"s://a@b:1/c;d?e", "b", "a", "1", "/c", "d", "e"},
+                             {"s://a.b:1/c?d;e", "a.b", "", "1", "/c", "", "d;e"},
+                             {"s:/a.b:1/c;d?e#", "", "", "", "/a.b:1/c", "d", "e"}};
+    const auto read = [](const std::string& url) {
+        return Results{url, ktbase::url_host(url, false), ktbase::url_user(url, false),
+                       ktbase::url_service(url, false), ktbase::url_path(url, false),
+                       ktbase::url_params(url, false), ktbase::url_query(url, false)};
+    };
+    for (int round = 0; round < 2; ++round)
+        for (const Results& expected : kUrls) EXPECT_EQ(read(expected[0]), expected);
+    std::string url = kUrls[0][0];
+    EXPECT_EQ(read(url), kUrls[0]);
+    for (const Results& expected : kUrls) {
+        url.replace(0, url.size(), expected[0]);
+        EXPECT_EQ(read(url), expected);
+    }
+}
+
 // Without any text, nothing is parsed: the defaults stay, or the fields,
 // and there is nothing to connect to.
 TEST(RURIParseTest, NoTextParsesNothing) {

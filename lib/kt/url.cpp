@@ -63,14 +63,37 @@ private:
     const std::string& text_;
 };
 
-// Reads the bit masks of where the delimiters lie, made by one vector pass
-// over a text of up to delimiter_masks::kMaxLength bytes: each search is a
-// few bit operations on a word or two. The only user of the kernels' masks.
+// The delimiter masks of the last short URL text read on this thread.
+// Callers read several components of one URL in a row, each through its own
+// getter: they then pay for one pass of the kernel, and each later getter
+// for a comparison of the text. Plain data of a fixed size, so a thread needs
+// no constructor or destructor for it.
+struct last_masks {
+    std::size_t length;  // above kMaxLength while no text is held
+    char text[delimiter_masks::kMaxLength];
+    delimiter_masks masks;
+};
+thread_local last_masks t_last_masks{delimiter_masks::kMaxLength + 1, {}, {}};
+
+// The masks of `text`, of at most kMaxLength bytes: the last ones, or made
+// by one vector pass over it.
+const delimiter_masks& masks_of(const std::string& text) {
+    last_masks& last = t_last_masks;
+    if (last.length != text.size() || std::memcmp(last.text, text.data(), text.size()) != 0) {
+        KT::simd::active().find_delimiters(text.data(), text.size(), last.masks);
+        std::memcpy(last.text, text.data(), text.size());
+        last.length = text.size();
+    }
+    return last.masks;
+}
+
+// Reads the bit masks of where the delimiters lie in a text of up to
+// delimiter_masks::kMaxLength bytes: each search is a few bit operations on a
+// word or two. The only user of the kernels' masks.
 class mask_finder {
 public:
-    explicit mask_finder(const std::string& text) : words_((text.size() + 63) / 64) {
-        KT::simd::active().find_delimiters(text.data(), text.size(), masks_);
-    }
+    explicit mask_finder(const std::string& text)
+        : masks_(masks_of(text)), words_((text.size() + 63) / 64) {}
 
     template <char... Delimiters>
     std::size_t find(std::size_t from) const {
@@ -97,7 +120,7 @@ private:
         return (masks_.rows[row_of(Delimiters)][word] | ...);
     }
 
-    delimiter_masks masks_;
+    const delimiter_masks& masks_;
     std::size_t words_;
 };
 
