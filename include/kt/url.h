@@ -8,7 +8,11 @@
 ///
 /// A URL is a plain std::string of bytes; there is no URL object. Every call
 /// scans the text from its start, finds the one component it is asked about
-/// and returns it, or replaces it in place. The splitting is lax on purpose:
+/// and returns it, or replaces it in place. (Each thread keeps where the
+/// delimiters lie in the last URL of up to 256 bytes that it read, so the
+/// getters of several components of one URL, called in a row, find them
+/// once; the text is compared first, so a changed URL is scanned anew.) The
+/// splitting is lax on purpose:
 /// no text is rejected, nothing is validated, case-folded or normalised, and
 /// the first delimiter that fits wins:
 ///
