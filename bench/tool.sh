@@ -32,11 +32,12 @@ awk 'BEGIN { srand(1); for (i = 0; i < 1000000; i++)
               int(rand() * 1e6), 1 + int(rand() * 65535), i, i }' >"$work/urls"
 
 # race NAME TARGET PEER_COMMAND KT_COMMAND: runs the two shell commands in
-# turn, RUNS times each, output to /dev/null, and prints the best times.
+# turn, RUNS times each, output to /dev/null, and prints the best times
+# (TARGET "-": none).
 race() {
   python3 - "$@" "$runs" <<'PY'
 import os, sys
-name, target, peer, kt, runs = sys.argv[1], float(sys.argv[2]), sys.argv[3], sys.argv[4], int(sys.argv[5])
+name, target, peer, kt, runs = sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4], int(sys.argv[5])
 
 def run(command):
     """The processor time and largest resident size of one run."""
@@ -56,8 +57,11 @@ for _ in range(runs):
     kt_times.append(run(kt))
 peer_time, kt_time, kt_rss = min(peer_times)[0], min(kt_times)[0], min(kt_times)[1]
 ratio = peer_time / kt_time if kt_time > 0 else 999
-verdict = "ok" if ratio >= target else "BELOW TARGET"
-print(f"{name:<34} {peer_time:6.3f}s  kt {kt_time:6.3f}s  ratio {ratio:6.2f} (target {target:g})"
+if target == "-":
+    goal, verdict = "(no target)", ""
+else:
+    goal, verdict = f"(target {target})", "ok" if ratio >= float(target) else "BELOW TARGET"
+print(f"{name:<34} {peer_time:6.3f}s  kt {kt_time:6.3f}s  ratio {ratio:6.2f} {goal:<12}"
       f"  kt RSS {kt_rss / 1024:5.1f} MiB  {verdict}")
 PY
 }
@@ -68,5 +72,6 @@ race "base64 decode vs base64 -d" 3 "base64 -d $work/b64" "$kt base64 -d $work/b
 race "hex encode vs xxd -p" 3 "xxd -p $work/raw" "$kt hex --lower $work/raw"
 race "hex decode vs xxd -r -p" 3 "xxd -r -p $work/hex" "$kt hex -d $work/hex"
 race "url get host vs awk -F/" 5 "awk -F/ '{print \$3}' $work/urls" "$kt url get host --url-file $work/urls"
+race "url lines alone vs awk -F/" - "awk -F/ '{print \$3}' $work/urls" "$kt url get '{{' --url-file $work/urls"
 race "url split --json vs urlsplit" 1 "python3 $bench/urlsplit.py $work/urls" \
   "$kt url split --json --url-file $work/urls"
