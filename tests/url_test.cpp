@@ -199,8 +199,6 @@ TEST(UrlTest, Cases) {
           }}});
 }
 
-class RURITest : public kttest::NoLeakTest {};
-
 // A thread's getters share the split of its last short URL: another text of
 // the same length, or the same string changed in place, is split anew.
 TEST(UrlTest, EveryTextIsSplitAnew) {
@@ -222,6 +220,8 @@ TEST(UrlTest, EveryTextIsSplitAnew) {
         EXPECT_EQ(read(url), expected);
     }
 }
+
+class RURITest : public kttest::NoLeakTest {};
 
 // Without any text, nothing is parsed: the defaults stay, or the fields,
 // and there is nothing to connect to.

@@ -67,13 +67,14 @@ private:
 // Callers read several components of one URL in a row, each through its own
 // getter: they then pay for one pass of the kernel, and each later getter
 // for a comparison of the text. Plain data of a fixed size, so a thread needs
-// no constructor or destructor for it.
+// no constructor or destructor for it; zeroed, it holds the empty text, whose
+// masks have no word to read.
 struct last_masks {
-    std::size_t length;  // above kMaxLength while no text is held
+    std::size_t length;
     char text[delimiter_masks::kMaxLength];
     delimiter_masks masks;
 };
-thread_local last_masks t_last_masks{delimiter_masks::kMaxLength + 1, {}, {}};
+thread_local last_masks t_last_masks;
 
 // The masks of `text`, of at most kMaxLength bytes: the last ones, or made
 // by one vector pass over it.
